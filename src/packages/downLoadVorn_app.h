@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QColor>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QVector>
+
+// Installs a new runtime application from the package folder "vorn_app" of the stick into the
+// panel's runtime directory: md5 checks of package and installed copy, clearing of the old files,
+// copies with a delayed second pass, short names for versioned libraries, execute rights.
+class downLoadVorn_app : public QObject
+{
+    Q_OBJECT
+public:
+    enum downLoadStatus { CHECK_PACKAGE = 1, CHECK_INSTALLED = 2 };
+
+    struct FILE_INFO
+    {
+        QString file_name; // "*" stands for every regular file of the source directory
+        QString reserved;
+        qint32 reservedNumber = 0;
+        QString des_path;
+        QString src_path;
+        QStringList delaycopy_file;
+        QStringList delaycopy_hit;
+    };
+
+    downLoadVorn_app();
+
+    bool parseIniFile();
+    bool judgeFilenameRegExp(const QString& fileName, FILE_INFO*& info);
+    bool decryptIniFile();
+    bool checkProjectFiles(QString& tip);
+
+    bool checkFile(downLoadStatus status);
+    bool removeOldProjectFiles();
+    bool updateProjectFile();
+    bool copyFile(QString dest, QString src);
+    bool delFile(const QString& path);
+    bool creatLink();
+    bool changeFileRight();
+
+    const QVector<FILE_INFO>& fileInfos() const { return m_fileInfos; }
+    const QStringList& exeFiles() const { return m_exeFiles; }
+    QString versionFile() const { return m_versionFile; }
+
+signals:
+    void startLoad();
+    void emitMessage(QString strMessage, QColor color = Qt::black);
+    void updateStatus(int, QString);
+
+private:
+    QVector<FILE_INFO> m_fileInfos;
+    QString m_versionFile;
+    QStringList m_exeFiles;
+};

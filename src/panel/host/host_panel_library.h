@@ -1,0 +1,28 @@
+#pragma once
+
+#include "panel_library.h"
+
+#include <sys/types.h>
+#include <vector>
+
+// Panel libraries on a PC. The runtime's state comes from the real process list; beeps,
+// saved-data clearing and restarts are only recorded, one line each on standard error, so that a
+// simulation can show them. A recorded restart ends the program as a real one would.
+class HostPanelLibrary : public PanelLibrary
+{
+public:
+    int checkApplicationState(int state) override;
+    int notifyStopApplication() override;
+    int notifyExitApplication() override;
+    int notifyKillApplication(int arg) override;
+    int notifyLoggerFlush() override;
+    int setBeeTime(int milliseconds) override;
+    int delSaveData(int mask, int arg) override;
+    int reboot(int command) override;
+
+    // Processes whose argv[0] is the installed runtime program.
+    static std::vector<pid_t> runtimeProcesses();
+
+private:
+    static int signalRuntime(int sig);
+};
