@@ -4,6 +4,8 @@
 #include <QProcess>
 #include <QUuid>
 
+#include <cstdlib>
+
 namespace sandbox {
 
 bool available(QString* reason)
@@ -13,8 +15,8 @@ bool available(QString* reason)
     if (state < 0) {
         QProcess probe;
         probe.start(KEL_SANDBOX_SCRIPT, {"--probe"});
-        const bool ok = probe.waitForFinished(20000) && probe.exitStatus() == QProcess::NormalExit &&
-                        probe.exitCode() == 0;
+        const bool ok = probe.waitForFinished(20000) &&
+                        probe.exitStatus() == QProcess::NormalExit && probe.exitCode() == 0;
         state = ok ? 1 : 0;
         if (!ok)
             why = "private mount and PID namespaces are not available here (needs root and "
@@ -50,6 +52,40 @@ Result run(const QString& panelDir, const QString& program, const QStringList& a
     result.out = process.readAllStandardOutput();
     result.err = process.readAllStandardError();
     return result;
+}
+
+namespace {
+const char kInsideVariable[] = "KEL_SANDBOX_PANEL";
+}
+
+bool inside()
+{
+    return qEnvironmentVariableIsSet(kInsideVariable);
+}
+
+QString panelDir()
+{
+    return qEnvironmentVariable(kInsideVariable);
+}
+
+int rerunInside(int argc, char** argv)
+{
+    if (inside() || !available(nullptr))
+        return -1;
+    const QString panel = makeScratchDir("panel");
+    QStringList args{panel, QString::fromLocal8Bit(argv[0])};
+    for (int i = 1; i < argc; ++i)
+        args << QString::fromLocal8Bit(argv[i]);
+    QProcess process;
+    process.setProcessChannelMode(QProcess::ForwardedChannels);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(kInsideVariable, panel);
+    process.setProcessEnvironment(env);
+    process.start(KEL_SANDBOX_SCRIPT, args);
+    process.waitForFinished(-1);
+    const int status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : 1;
+    QDir(panel).removeRecursively();
+    return status;
 }
 
 } // namespace sandbox

@@ -66,11 +66,13 @@ int HostPanelLibrary::notifyStopApplication()
 
 int HostPanelLibrary::notifyExitApplication()
 {
+    record("runtime exit requested");
     return signalRuntime(SIGTERM);
 }
 
 int HostPanelLibrary::notifyKillApplication(int)
 {
+    record("runtime kill requested");
     return signalRuntime(SIGKILL);
 }
 
@@ -81,23 +83,26 @@ int HostPanelLibrary::notifyLoggerFlush()
 
 int HostPanelLibrary::setBeeTime(int milliseconds)
 {
-    fprintf(stderr, "panel: beep %d ms\n", milliseconds);
-    fflush(stderr);
+    record("beep " + std::to_string(milliseconds) + " ms");
     return 0;
 }
 
 int HostPanelLibrary::delSaveData(int mask, int arg)
 {
-    fprintf(stderr, "panel: clear saved data (mask %d, %d)\n", mask, arg);
-    fflush(stderr);
+    record("clear saved data (mask " + std::to_string(mask) + ", " + std::to_string(arg) + ")");
     return 0;
+}
+
+void HostPanelLibrary::record(const std::string& action)
+{
+    fprintf(stderr, "panel: %s\n", action.c_str());
+    fflush(stderr);
 }
 
 int HostPanelLibrary::reboot(int command)
 {
-    fprintf(stderr, "panel: restart requested (%s)\n",
-            command == RB_AUTOBOOT ? "RB_AUTOBOOT" : "unknown command");
-    fflush(stderr);
+    record(std::string("restart requested (") +
+           (command == RB_AUTOBOOT ? "RB_AUTOBOOT" : "unknown command") + ")");
     // A real restart ends every process at once; so does the recorded one.
     _exit(0);
 }

@@ -2,12 +2,14 @@
 
 #include "panel_library.h"
 
+#include <string>
 #include <sys/types.h>
 #include <vector>
 
 // Panel libraries on a PC. The runtime's state comes from the real process list; beeps,
 // saved-data clearing and restarts are only recorded, one line each on standard error, so that a
-// simulation can show them. A recorded restart ends the program as a real one would.
+// simulation can show them; so are the runtime's exit and kill requests. A recorded restart ends
+// the program as a real one would.
 class HostPanelLibrary : public PanelLibrary
 {
 public:
@@ -25,4 +27,6 @@ public:
 
 private:
     static int signalRuntime(int sig);
+    // One line "panel: <action>" on standard error, flushed at once.
+    static void record(const std::string& action);
 };
