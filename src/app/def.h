@@ -35,6 +35,9 @@ inline constexpr char kQwsSocketPath[] = "/tmp/qtembedded-0/QtEmbedded-0";
 inline constexpr char kQwsServerTmpPath[] = "/tmp/qwsserver";
 
 // Process names of every process; plain "ps -o comm" lists only the caller's terminal on a PC.
+// A manifest counting more records than this is refused as unreadable: a corrupt count must not
+// exhaust the panel's memory.
+inline constexpr int kMaxManifestCount = 100000;
 inline constexpr char kPsCommCommand[] = "ps -e -o comm";
 
 // The built-in Chinese text table, compiled in as a resource.

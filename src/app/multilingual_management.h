@@ -23,3 +23,11 @@ private:
 
     std::map<int, QString> m_texts;
 };
+
+namespace kel {
+// The current language's text for id.
+inline QString text(int id)
+{
+    return MultilingualManager::GetInstance()->getMultilingualValue(id);
+}
+} // namespace kel

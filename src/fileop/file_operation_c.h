@@ -13,7 +13,11 @@ class file_operation_c : public QObject
     Q_OBJECT
 public:
     // Which file of a copy record a check examines: the source or the staged copy.
-    enum downLoadStatus { CHECK_SOURCE = 1, CHECK_STAGED = 2 };
+    enum downLoadStatus
+    {
+        CHECK_SOURCE = 1,
+        CHECK_STAGED = 2
+    };
 
     file_operation_c(QString workDir, QObject* parent = nullptr);
 
@@ -49,6 +53,10 @@ signals:
     void emitMessage(QString strMessage, QColor color = Qt::black);
 
 private:
+    // Moves the file that staged replaces aside to ".bak" and puts staged in its place; a failed
+    // final rename is reported with failureText (source and destination).
+    bool commitStaged(const QString& staged, int failureText);
+
     DelFileSet m_backupList;
     DelFileSet m_stagingList;
     QString m_workDir;

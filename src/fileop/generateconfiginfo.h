@@ -6,6 +6,7 @@
 #include <QString>
 #include <QVariant>
 #include <map>
+#include <memory>
 #include <set>
 
 class QSettings;
@@ -80,6 +81,10 @@ signals:
     void emitMessage(QString strMessage, QColor color = Qt::black);
 
 private:
+    // Opens a manifest, reporting a missing or unreadable file in red; null then.
+    std::unique_ptr<QSettings> openManifest(const QString& path);
+    static bool countsPlausible(QSettings* settings);
+
     QList<VariantTable> m_prepareInfo;
     DelFileSet m_delFileSet;
     CopyFileSet m_copyFileSet;

@@ -1,0 +1,120 @@
+#include "file_copier.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+#include <vector>
+#include <zlib.h>
+
+namespace {
+
+constexpr size_t kBlockSize = 256 * 1024;
+constexpr size_t kCrcPiece = 4096;
+constexpr qint64 kPumpIntervalMs = 10;
+
+// read(2) and write(2) restarted after signals; a short write is retried until all is written.
+ssize_t readSome(int fd, char* buffer, size_t size)
+{
+    ssize_t n;
+    do
+        n = ::read(fd, buffer, size);
+    while (n < 0 && errno == EINTR);
+    return n;
+}
+
+bool writeAll(int fd, const char* data, size_t size)
+{
+    while (size > 0) {
+        const ssize_t n = ::write(fd, data, size);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        data += n;
+        size -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+class Fd
+{
+public:
+    explicit Fd(int fd) : m_fd(fd) {}
+    ~Fd()
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    int get() const { return m_fd; }
+    // Closes now and tells whether the kernel accepted the last writes.
+    bool close()
+    {
+        const int fd = m_fd;
+        m_fd = -1;
+        return ::close(fd) == 0;
+    }
+
+private:
+    int m_fd;
+};
+
+} // namespace
+
+FileCopier::Result FileCopier::copy(const QString& src, const QString& dest)
+{
+    Fd in(::open(QFile::encodeName(src).constData(), O_RDONLY | O_CLOEXEC));
+    if (in.get() < 0)
+        return SourceUnreadable;
+    Fd out(::open(QFile::encodeName(dest).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
+                  0644));
+    if (out.get() < 0)
+        return DestinationUnwritable;
+    std::vector<char> buffer(kBlockSize);
+    for (;;) {
+        const ssize_t n = readSome(in.get(), buffer.data(), buffer.size());
+        if (n < 0)
+            return ReadFailed;
+        if (n == 0)
+            break;
+        if (!writeAll(out.get(), buffer.data(), static_cast<size_t>(n)))
+            return WriteFailed;
+        serveEvents();
+    }
+    return out.close() ? Ok : WriteFailed;
+}
+
+bool FileCopier::crc32Of(const QString& path, quint32* crc)
+{
+    Fd in(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC));
+    if (in.get() < 0)
+        return false;
+    std::vector<char> buffer(kBlockSize);
+    uLong value = ::crc32(0L, Z_NULL, 0);
+    for (;;) {
+        const ssize_t n = readSome(in.get(), buffer.data(), buffer.size());
+        if (n < 0)
+            return false;
+        if (n == 0)
+            break;
+        for (size_t at = 0; at < static_cast<size_t>(n); at += kCrcPiece) {
+            const size_t piece = std::min(kCrcPiece, static_cast<size_t>(n) - at);
+            value = ::crc32(value, reinterpret_cast<const Bytef*>(buffer.data() + at),
+                            static_cast<uInt>(piece));
+        }
+        serveEvents();
+    }
+    *crc = static_cast<quint32>(value);
+    return true;
+}
+
+void FileCopier::serveEvents()
+{
+    static QElapsedTimer clock;
+    if (clock.isValid() && clock.elapsed() < kPumpIntervalMs)
+        return;
+    clock.start();
+    QCoreApplication::processEvents();
+}

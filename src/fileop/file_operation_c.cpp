@@ -1,0 +1,415 @@
+#include "file_operation_c.h"
+
+#include "do_cmd.h"
+#include "file_copier.h"
+#include "multilingual_management.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+namespace {
+
+constexpr QDir::Filters kListFlags =
+    QDir::Readable | QDir::Writable | QDir::Hidden | QDir::NoDotAndDotDot;
+
+// A record of a file the engine made itself (a staged copy or a backup).
+delFileInfo_s madeFile(const QString& path)
+{
+    delFileInfo_s info;
+    info.srcPath = path;
+    info.mode = 0;
+    info.authority = 1;
+    info.priority = 5;
+    return info;
+}
+
+// File names may arrive as UTF-8 bytes; a UTF-8 round trip shows them as they are.
+QString Gbk2Utf8(const QString& text)
+{
+    return QString::fromUtf8(text.toUtf8());
+}
+
+QString crcText(quint32 crc)
+{
+    return QString::number(crc, 16).toUpper();
+}
+
+} // namespace
+
+file_operation_c::file_operation_c(QString workDir, QObject* parent)
+    : QObject(parent), m_workDir(workDir)
+{
+}
+
+bool file_operation_c::checkCopyFile(CopyFileSet set)
+{
+    for (const copyFileInfo_s& info : set) {
+        if (info.mode != 0) {
+            if (!QFileInfo(info.srcPath).isDir())
+                return false;
+        } else if (!QFileInfo(info.srcPath).isFile() || !isFileChecked(info, CHECK_SOURCE)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool file_operation_c::copyFile(CopyFileSet set)
+{
+    for (const copyFileInfo_s& info : set) {
+        if (!copyFile(info)) {
+            emit emitMessage(kel::text(2176), Qt::red);
+            removeFile(m_stagingList, ".tmp");
+            emit emitMessage(kel::text(2177), Qt::black);
+            return false;
+        }
+    }
+    for (const copyFileInfo_s& info : set)
+        renameFile(info, ".tmp");
+    removeFile(m_backupList, ".bak");
+    return true;
+}
+
+bool file_operation_c::copyFile(const copyFileInfo_s& info)
+{
+    switch (info.mode) {
+    case 0:
+        return copyRegualFile(info);
+    case 1:
+        return copyDirFile(info);
+    case 2:
+        return copyDirRecursive(info);
+    default:
+        return true;
+    }
+}
+
+bool file_operation_c::copyRegualFile(const copyFileInfo_s& info)
+{
+    if (!QFileInfo::exists(info.srcPath)) {
+        emit emitMessage(kel::text(2193).arg(info.srcPath), Qt::red);
+        return false;
+    }
+    if (!isFileChecked(info, CHECK_SOURCE))
+        return false;
+    QString dir = info.destPath.left(info.destPath.lastIndexOf('/'));
+    if (info.destPath.contains('\\'))
+        dir = info.destPath.left(info.destPath.lastIndexOf('\\'));
+    if (!QDir(dir).exists() && !QDir().mkpath(dir)) {
+        emit emitMessage(kel::text(2194).arg(dir), Qt::red);
+        return false;
+    }
+    if (!copyBaseFile(info.srcPath, info.destPath)) {
+        emit emitMessage(kel::text(2195).arg(info.srcPath, info.destPath), Qt::red);
+        return false;
+    }
+    m_stagingList.insert(madeFile(info.destPath + ".tmp"));
+    return isFileChecked(info, CHECK_STAGED);
+}
+
+bool file_operation_c::copyBaseFile(QString src, QString dest)
+{
+    if (!QFileInfo::exists(src) || dest.endsWith('/'))
+        return false;
+    const QString staged = dest + ".tmp";
+    switch (FileCopier::copy(src, staged)) {
+    case FileCopier::Ok:
+        emit emitMessage(kel::text(2201).arg(src), Qt::black);
+        return true;
+    case FileCopier::SourceUnreadable:
+        return false;
+    default:
+        // A truncated staged file must not reach the commit, whatever its checksum rule says.
+        emit emitMessage(kel::text(2222).arg(staged), Qt::red);
+        QFile::remove(staged);
+        return false;
+    }
+}
+
+bool file_operation_c::isFileCheckedCRC32(const copyFileInfo_s& info, downLoadStatus status)
+{
+    if (info.crc32.isEmpty())
+        return true;
+    const QString path = status == CHECK_SOURCE ? info.srcPath : info.destPath + ".tmp";
+    quint32 crc = 0;
+    const bool match = FileCopier::crc32Of(path, &crc) && crcText(crc) == info.crc32.toUpper();
+    if (!match)
+        emit emitMessage(kel::text(2211).arg(path), Qt::red);
+    return match;
+}
+
+bool file_operation_c::isFileChecked(const copyFileInfo_s& info, downLoadStatus status)
+{
+    if (isFileCheckedCRC32(info, status))
+        return true;
+    if (status == CHECK_SOURCE)
+        emit emitMessage(kel::text(2209).arg(info.srcPath), Qt::red);
+    else
+        emit emitMessage(kel::text(2210).arg(info.destPath + ".tmp"), Qt::red);
+    return false;
+}
+
+bool file_operation_c::copyDirFile(const copyFileInfo_s& info)
+{
+    QDir src(info.srcPath);
+    if (!src.exists()) {
+        emit emitMessage(kel::text(2197).arg(info.srcPath), Qt::red);
+        return false;
+    }
+    if (!QDir(info.destPath).exists() && !QDir().mkpath(info.destPath)) {
+        emit emitMessage(kel::text(2196).arg(info.destPath), Qt::red);
+        return false;
+    }
+    for (const QFileInfo& file : src.entryInfoList(QDir::Files | kListFlags, QDir::Name)) {
+        const QString dest = info.destPath + "/" + file.fileName();
+        if (!copyBaseFile(file.absoluteFilePath(), dest)) {
+            emit emitMessage(kel::text(2198).arg(file.absoluteFilePath(), dest), Qt::red);
+            return false;
+        }
+        m_stagingList.insert(madeFile(dest + ".tmp"));
+    }
+    return true;
+}
+
+bool file_operation_c::copyDirRecursive(const copyFileInfo_s& info)
+{
+    if (!QDir(info.srcPath).exists()) {
+        emit emitMessage(kel::text(2200).arg(info.srcPath), Qt::red);
+        return false;
+    }
+    if (!copyDirFile(info))
+        return false;
+    const QStringList subdirs = QDir(info.srcPath).entryList(QDir::Dirs | kListFlags, QDir::Name);
+    for (const QString& name : subdirs) {
+        copyFileInfo_s sub = info;
+        sub.srcPath += "/" + name;
+        sub.destPath += "/" + name;
+        if (!copyDirRecursive(sub))
+            return false;
+    }
+    return true;
+}
+
+bool file_operation_c::checkDelFile(DelFileSet set)
+{
+    for (const delFileInfo_s& info : set) {
+        const QFileInfo target(info.srcPath);
+        if (info.mode != 0 ? !target.isDir() : !target.isFile())
+            return false;
+    }
+    return true;
+}
+
+bool file_operation_c::removeFile(DelFileSet set, QString suffix)
+{
+    for (const delFileInfo_s& info : set)
+        removeFile(info, suffix);
+    return true;
+}
+
+bool file_operation_c::removeFile(const delFileInfo_s& info, QString suffix)
+{
+    switch (info.mode) {
+    case 0:
+        return removeRegularFile(info, suffix);
+    case 1:
+        return removeDirFile(info, suffix);
+    case 2:
+        return removeDirRecursive(info, suffix);
+    default:
+        return true;
+    }
+}
+
+bool file_operation_c::removeRegularFile(const delFileInfo_s& info, QString suffix)
+{
+    if (!info.srcPath.endsWith(suffix))
+        return true;
+    if (!QFileInfo::exists(info.srcPath) && !QFileInfo(info.srcPath).isSymLink()) {
+        emit emitMessage(kel::text(2180).arg(info.srcPath), Qt::red);
+        return true;
+    }
+    if (QFile::remove(info.srcPath)) {
+        emit emitMessage(kel::text(2182).arg(info.srcPath), Qt::black);
+        return true;
+    }
+    emit emitMessage(kel::text(2181).arg(info.srcPath), Qt::red);
+    return false;
+}
+
+bool file_operation_c::removeDirFile(const delFileInfo_s& info, QString suffix)
+{
+    const QFileInfo target(info.srcPath);
+    if (!target.exists()) {
+        emit emitMessage(kel::text(2183).arg(info.srcPath), Qt::red);
+        return true;
+    }
+    if (!target.isDir()) {
+        if (!target.fileName().endsWith(suffix))
+            return true;
+        return removeRegularFile(info, QString());
+    }
+    bool all = true;
+    QDir dir(info.srcPath);
+    for (const QString& name : dir.entryList(QDir::Files | kListFlags, QDir::Name)) {
+        if (!name.endsWith(suffix))
+            continue;
+        const QString path = dir.filePath(name);
+        if (!QFileInfo::exists(path)) {
+            emit emitMessage(kel::text(2184).arg(name), Qt::red);
+        } else if (QFile::remove(path)) {
+            emit emitMessage(kel::text(2186).arg(name), Qt::black);
+        } else {
+            emit emitMessage(kel::text(2185).arg(name), Qt::red);
+            all = false;
+        }
+    }
+    return all;
+}
+
+bool file_operation_c::removeDirRecursive(const delFileInfo_s& info, QString suffix)
+{
+    const QFileInfo target(info.srcPath);
+    if (!target.exists()) {
+        emit emitMessage(kel::text(2187).arg(Gbk2Utf8(info.srcPath)), Qt::red);
+        return true;
+    }
+    if (!target.isDir()) {
+        if (!target.fileName().endsWith(suffix))
+            return true;
+        return removeRegularFile(info, QString());
+    }
+    QDir dir(info.srcPath);
+    for (const QFileInfo& entry :
+         dir.entryInfoList(QDir::Files | QDir::Dirs | kListFlags, QDir::Name)) {
+        if (entry.isDir() && !entry.isSymLink()) {
+            delFileInfo_s sub = info;
+            sub.srcPath = entry.filePath();
+            removeDirRecursive(sub, suffix);
+            continue;
+        }
+        if (!entry.fileName().endsWith(suffix))
+            continue;
+        const QString name = Gbk2Utf8(entry.filePath());
+        if (!QFileInfo::exists(entry.filePath()) && !entry.isSymLink())
+            emit emitMessage(kel::text(2188).arg(name), Qt::red);
+        else if (QFile::remove(entry.filePath()))
+            emit emitMessage(kel::text(2190).arg(name), Qt::black);
+        else
+            emit emitMessage(kel::text(2189).arg(name), Qt::red);
+    }
+    const bool removed = QDir().rmdir(info.srcPath);
+    emit emitMessage(kel::text(removed ? 2191 : 2192).arg(Gbk2Utf8(info.srcPath)),
+                     removed ? Qt::black : Qt::red);
+    return removed;
+}
+
+bool file_operation_c::renameFile(CopyFileSet set, QString suffix)
+{
+    for (const copyFileInfo_s& info : set)
+        renameFile(info, suffix);
+    return true;
+}
+
+bool file_operation_c::renameFile(const copyFileInfo_s& info, QString suffix)
+{
+    switch (info.mode) {
+    case 0:
+        return renameRegualrFile(info, suffix);
+    case 1:
+        return renameDirName(info, suffix);
+    case 2:
+        return renameDirRecursive(info, suffix);
+    default:
+        return true;
+    }
+}
+
+bool file_operation_c::commitStaged(const QString& staged, int failureText)
+{
+    const QFileInfo stagedInfo(staged);
+    const QString final = stagedInfo.absolutePath() + "/" + stagedInfo.completeBaseName();
+    if (QFileInfo::exists(final) || QFileInfo(final).isSymLink()) {
+        QFile::rename(final, final + ".bak");
+        m_backupList.insert(madeFile(final + ".bak"));
+    }
+    if (!QFileInfo::exists(staged)) {
+        emit emitMessage(kel::text(2204).arg(staged), Qt::red);
+        return false;
+    }
+    if (!QFile::rename(staged, final)) {
+        emit emitMessage(kel::text(failureText).arg(staged, final), Qt::red);
+        return false;
+    }
+    return true;
+}
+
+bool file_operation_c::renameRegualrFile(const copyFileInfo_s& info, QString suffix)
+{
+    const QString staged = info.destPath + suffix;
+    if (!QFileInfo::exists(staged)) {
+        emit emitMessage(kel::text(2202).arg(staged), Qt::red);
+        return false;
+    }
+    commitStaged(staged, 2203);
+    return true;
+}
+
+bool file_operation_c::renameDirName(const copyFileInfo_s& info, QString suffix)
+{
+    QDir dir(info.destPath);
+    if (!dir.exists()) {
+        emit emitMessage(kel::text(2205).arg(info.destPath), Qt::red);
+        return false;
+    }
+    for (const QString& name : dir.entryList(QDir::Files | kListFlags, QDir::Name)) {
+        if (name.endsWith(suffix))
+            commitStaged(dir.filePath(name), 2206);
+    }
+    return true;
+}
+
+bool file_operation_c::renameDirRecursive(const copyFileInfo_s& info, QString suffix)
+{
+    if (!QDir(info.destPath).exists()) {
+        emit emitMessage(kel::text(2207).arg(info.destPath), Qt::red);
+        return false;
+    }
+    if (!renameDirName(info, suffix))
+        return false;
+    for (const QString& name : QDir(info.destPath).entryList(QDir::Dirs | kListFlags, QDir::Name)) {
+        copyFileInfo_s sub = info;
+        sub.srcPath += "/" + name;
+        sub.destPath += "/" + name;
+        if (!QDir(sub.destPath).isReadable()) {
+            emit emitMessage(kel::text(2208).arg(sub.destPath), Qt::red);
+            continue;
+        }
+        renameDirRecursive(sub, suffix);
+    }
+    return true;
+}
+
+bool file_operation_c::checkExeFile(ExeFileSet set)
+{
+    for (const exeFileInfo_s& info : set) {
+        if (!QFileInfo(info.srcPath).isFile())
+            return false;
+    }
+    return true;
+}
+
+bool file_operation_c::grantExeFile(ExeFileSet set)
+{
+    for (const exeFileInfo_s& info : set) {
+        if (!QFileInfo::exists(info.srcPath)) {
+            emit emitMessage(kel::text(2178).arg(info.srcPath), Qt::red);
+            return false;
+        }
+        emit emitMessage(kel::text(2179).arg(info.srcPath), Qt::black);
+        if (!DoCmd::do_cmd_only(("chmod a+x " + info.srcPath).toUtf8().toStdString()))
+            return false;
+    }
+    return true;
+}
