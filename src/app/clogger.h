@@ -10,7 +10,11 @@ class QFile;
 class CLogger
 {
 public:
-    enum MODE { WriteOnly = 0, ReadWrite = 1 };
+    enum MODE
+    {
+        WriteOnly = 0,
+        ReadWrite = 1
+    };
 
     CLogger(QString fileName, CLogger::MODE mode);
     virtual ~CLogger();

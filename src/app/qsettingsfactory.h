@@ -9,7 +9,10 @@
 class QSettingsFactory
 {
 public:
-    enum CRYPT_TYPE { CRYPT_CHECKED = 0 };
+    enum CRYPT_TYPE
+    {
+        CRYPT_CHECKED = 0
+    };
 
     // Unscrambles path to the fixed temporary file and opens it; null when that fails. The
     // caller owns the result. Calls must not overlap: they share the temporary file.

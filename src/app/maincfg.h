@@ -1,0 +1,12 @@
+#pragma once
+
+class QApplication;
+
+// The application-wide look: font by screen size, no window icons, no window system menu.
+class MainCfg
+{
+public:
+    static void initCfg(QApplication& app);
+    // Pixel size of the application font for a screen of this device width.
+    static int fontPixelSize(int screenWidth);
+};
