@@ -1,0 +1,835 @@
+#include "udiskupwin.h"
+
+#include "clogger.h"
+#include "def.h"
+#include "downLoadPro.h"
+#include "downLoadVorn_app.h"
+#include "file_operation_c.h"
+#include "kill_process.h"
+#include "multilingual_management.h"
+#include "panel_library.h"
+#include "screen_setting.h"
+#include "ui_udiskupwin.h"
+
+#include <QCloseEvent>
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QIcon>
+#include <QMessageBox>
+#include <QProcess>
+#include <QPushButton>
+#include <QScreen>
+#include <QTextBlockFormat>
+#include <QTextCursor>
+#include <QTimer>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <sys/reboot.h>
+#include <unistd.h>
+
+UDiskUpWin* pDiskUpWin = nullptr;
+
+namespace {
+
+// The first entry of key in a table, if any.
+template <typename Table>
+const typename Table::mapped_type* firstEntry(const Table& table, const char* key)
+{
+    const auto it = table.find(QString::fromLatin1(key));
+    return it == table.end() ? nullptr : &it->second;
+}
+
+QStringList allEntries(const VariantTable& table, const char* key)
+{
+    QStringList values;
+    const auto range = table.equal_range(QString::fromLatin1(key));
+    for (auto it = range.first; it != range.second; ++it)
+        values << it->second.toString();
+    return values;
+}
+
+} // namespace
+
+UDiskUpWin::UDiskUpWin(QWidget* parent) : QDialog(parent), ui(new Ui::UDiskUpWin)
+{
+    getVornDir();
+    fileOp = new (std::nothrow) file_operation_c(workDir, nullptr);
+    configInfo = new (std::nothrow) GenerateConfigInfo();
+    ui->setupUi(this);
+    init();
+    if (fileOp)
+        connect(fileOp, &file_operation_c::emitMessage, this, &UDiskUpWin::updateOutMessage);
+    if (configInfo)
+        connect(configInfo, &GenerateConfigInfo::emitMessage, this, &UDiskUpWin::updateOutMessage);
+    connect(this, &UDiskUpWin::emitMessage, this, &UDiskUpWin::updateOutMessage);
+    restartTimer = new QTimer();
+    connect(restartTimer, &QTimer::timeout, this, &UDiskUpWin::onTimer);
+    ui->textEdit->setWordWrapMode(QTextOption::WrapAnywhere);
+}
+
+UDiskUpWin::~UDiskUpWin()
+{
+    delete restartTimer;
+    delete fileOp;
+    delete configInfo;
+    delete ui;
+}
+
+void UDiskUpWin::setLogger(CLogger* log)
+{
+    logger = log;
+}
+
+void UDiskUpWin::setParamInfo(const QuietUpdateParam& param)
+{
+    quiet = param.quiet;
+    optR = param.optR;
+    optNr = param.optNr;
+    optS = param.optS;
+    pathMode = param.pathMode;
+    pathGiven = param.pathGiven;
+    path = param.path;
+    otherArgs = param.otherArgs;
+    lanGiven = param.lanGiven;
+    lanId = param.lanId;
+}
+
+void UDiskUpWin::getVornDir()
+{
+    workDir = "VORN_WORK_DIR";
+    for (const QString& entry : QProcess::systemEnvironment()) {
+        if (entry.startsWith(workDir))
+            workDir = entry.section('=', 1, 1) + "/";
+    }
+}
+
+bool UDiskUpWin::parseIniFile()
+{
+    emit emitMessage(kel::text(2100), Qt::black);
+    if (!configInfo || !configInfo->readIni("./update.ini"))
+        return false;
+    prepareList = configInfo->getPrepareInfo();
+    copyFileSet = configInfo->getCopyFileSet();
+    delFileSet = configInfo->getDelFileSet();
+    exeFileSet = configInfo->getExeFileSet();
+    updateItems = configInfo->getUpdateInfo();
+    backupItems = configInfo->getBackUpInfo();
+    restartItems = configInfo->getReStartInfo();
+    return true;
+}
+
+void UDiskUpWin::init()
+{
+    beepCount = 0;
+    started = false;
+    closeBySignal = false;
+    setWindowTitle(kel::text(2002));
+    setWindowFlags((windowFlags() & ~Qt::WindowContextHelpButtonHint) | Qt::WindowStaysOnTopHint);
+    setWindowIcon(QIcon(" "));
+    const QScreen* screen = ScreenSetting::getTransformedScreen();
+    if (screen && screen->size().width() < 481 && screen->size().height() < 481)
+        setFixedSize(472, 234);
+    setText();
+    ui->progressBar->setStyleSheet("QProgressBar{border:2px solid "
+                                   "white;}QProgressBar::chunk {background-color:rgb(0, 47, "
+                                   "167);width:10px;margin:0px;}");
+    ui->progressBar->setTextVisible(false);
+    ui->progressBar->setRange(0, 100);
+    ui->progressBar->setValue(0);
+    ui->btnRestart->setEnabled(false);
+    progressTimer = new QTimer(this);
+    progressAccum = 0;
+    progressMax = 0;
+    progressValue = 0;
+    connect(progressTimer, &QTimer::timeout, this, &UDiskUpWin::updateProcessBar);
+    progressTimer->start(300);
+    ui->label->setText(kel::text(2213));
+    ui->label_2->setText(kel::text(2214));
+    ui->btnRestart->setText(kel::text(2212));
+    connect(ui->btnRestart, &QPushButton::clicked, this, &UDiskUpWin::restartKel);
+}
+
+void UDiskUpWin::setText()
+{
+    QTextCursor cursor = ui->textEdit->textCursor();
+    QTextBlockFormat format = cursor.blockFormat();
+    format.setBottomMargin(3.0);
+    cursor.setBlockFormat(format);
+    ui->textEdit->setTextCursor(cursor);
+    ui->textEdit->setReadOnly(true);
+}
+
+// ---- window and notices
+
+void UDiskUpWin::updateOutMessage(QString message, QColor color)
+{
+    ui->textEdit->setTextColor(color);
+    message.replace(kel::kVornAppDir, ".");
+    if (color == QColor(Qt::red)) {
+        setPalette(QPalette(QColor(Qt::red)));
+        emit setErrorBackgrnd(Qt::red);
+    }
+    ui->textEdit->append(message);
+    if (logger)
+        logger->write(message + "\n");
+    update();
+}
+
+void UDiskUpWin::updateProcessBar()
+{
+    ui->progressBar->setValue(progressValue);
+}
+
+void UDiskUpWin::updateUi(int percent, QString tip)
+{
+    if (percent == 100)
+        progressAccum = 100;
+    else
+        progressAccum += percent;
+    ui->progressBar->setValue(progressAccum);
+    ui->textEdit->append(tip);
+}
+
+void UDiskUpWin::showBox(int title, const QString& text, bool warning)
+{
+    QMessageBox box(warning ? QMessageBox::Warning : QMessageBox::Information, kel::text(title),
+                    text, QMessageBox::NoButton, this,
+                    (windowFlags() & ~Qt::WindowContextHelpButtonHint) | Qt::WindowStaysOnTopHint);
+    box.setWindowIcon(QIcon(" "));
+    box.addButton(kel::text(1003), QMessageBox::AcceptRole);
+    box.exec();
+}
+
+// ---- sequence
+
+void UDiskUpWin::showEvent(QShowEvent* event)
+{
+    QDialog::showEvent(event);
+    if (!started) {
+        int delay = 10;
+        if (optS == 1) {
+            if (optNr)
+                ui->btnRestart->setEnabled(false);
+        } else {
+            // The package files lie beside the program.
+            changeWorkingDir(QCoreApplication::applicationDirPath().toUtf8().constData());
+            delay = 500;
+        }
+        if (!startTimer) {
+            startTimer = new QTimer(this);
+            connect(startTimer, &QTimer::timeout, this, &UDiskUpWin::startUpdate);
+        }
+        startTimer->start(delay);
+    }
+    const QRect desktop = QGuiApplication::primaryScreen()->geometry();
+    move(desktop.width() / 2 - frameGeometry().width() / 2,
+         desktop.height() / 2 - frameGeometry().height() / 2);
+}
+
+int UDiskUpWin::getProcessValue(int v)
+{
+    if (v > 99)
+        return 80; // a failed run never shows a full bar
+    return v < 0 ? 0 : v;
+}
+
+void UDiskUpWin::failEnd(file_operation_c* op)
+{
+    ui->btnRestart->setEnabled(true);
+    delete op;
+    progressValue = getProcessValue(progressValue);
+    updatefinished();
+}
+
+void UDiskUpWin::startUpdate()
+{
+    if (startTimer)
+        startTimer->stop();
+    started = true;
+    finished = false;
+    emit emitMessage(kel::text(2080), Qt::black);
+    file_operation_c* op = new file_operation_c(workDir);
+    connect(op, &file_operation_c::emitMessage, this, &UDiskUpWin::updateOutMessage);
+    progressMax = 100;
+    progressValue = 1;
+
+    if (!parseIniFile()) {
+        emit emitMessage(kel::text(2081), Qt::red);
+        return failEnd(op);
+    }
+    emit emitMessage(kel::text(2082), Qt::black);
+    progressValue += 1;
+    QCoreApplication::processEvents();
+
+    if (!killProc()) {
+        delete op;
+        progressValue = getProcessValue(progressValue);
+        ui->btnRestart->setEnabled(true);
+        updatefinished();
+        return;
+    }
+    progressValue += 1;
+    if (!updateData()) {
+        emit emitMessage(kel::text(2083), Qt::red);
+        return failEnd(op);
+    }
+    progressValue += 1;
+    emit emitMessage(kel::text(2084), Qt::black);
+
+    if (optS == 1 && !op->checkCopyFile(copyFileSet)) {
+        reportCheckFailure(2085);
+        emit emitMessage(kel::text(2086), Qt::red);
+        return failEnd(op);
+    }
+    if (!op->copyFile(copyFileSet)) {
+        emit emitMessage(kel::text(2087), Qt::red);
+        return failEnd(op);
+    }
+    sync();
+    emit emitMessage(kel::text(2088), Qt::black);
+    progressValue += 5;
+    emit emitMessage(kel::text(2089), Qt::black);
+
+    if (optS == 1 && !op->checkDelFile(delFileSet)) {
+        reportCheckFailure(2090);
+        emit emitMessage(kel::text(2091), Qt::red);
+        return failEnd(op);
+    }
+    if (!op->removeFile(delFileSet, QString())) {
+        emit emitMessage(kel::text(2092), Qt::red);
+        return failEnd(op);
+    }
+    sync();
+    emit emitMessage(kel::text(2093), Qt::black);
+    progressValue += 1;
+    emit emitMessage(kel::text(2094), Qt::black);
+
+    if (optS == 1 && !op->checkExeFile(exeFileSet)) {
+        if (logger) {
+            logger->writeReport(QString::fromUtf8("[失败]\n"));
+            logger->write(kel::text(2095));
+            logger->close();
+        }
+        emit emitMessage(kel::text(2096), Qt::red);
+        return failEnd(op);
+    }
+    if (!op->grantExeFile(exeFileSet)) {
+        emit emitMessage(kel::text(2097), Qt::red);
+        return failEnd(op);
+    }
+    emit emitMessage(kel::text(2098), Qt::black);
+    progressValue = 90;
+
+    if (!autoRestart())
+        return failEnd(op);
+
+    sync();
+    progressValue += 1;
+    sync();
+    setenv("LD_LIBRARY_PATH", kel::kVornAppDir, 1);
+    if (FILE* ldconfig = popen("ldconfig", "r"))
+        pclose(ldconfig);
+    sync();
+
+    if (!executeCMD()) {
+        ui->btnRestart->setEnabled(true);
+        delete op;
+        updatefinished();
+        return;
+    }
+
+    sync();
+    succeeded = true;
+    finished = true;
+    progressValue = progressMax;
+    reBootKel();
+    if (logger)
+        logger->close();
+    emit emitMessage(kel::text(2099), Qt::black);
+    ui->btnRestart->setEnabled(true);
+    if (!optNr)
+        startBeep();
+    countdown = 10;
+    restartTimer->start(1000);
+    delete op;
+}
+
+bool UDiskUpWin::itemRequested(const char* key) const
+{
+    const bool* value = firstEntry(updateItems, key);
+    return value && *value;
+}
+
+bool UDiskUpWin::runItem(const ItemTexts& item, bool (UDiskUpWin::*check)(),
+                         bool (UDiskUpWin::*worker)())
+{
+    if (itemRequested(item.key)) {
+        if (optS == 1 && !(this->*check)())
+            return false;
+        emit emitMessage(kel::text(item.start), Qt::black);
+        const QString back = QDir::currentPath();
+        if (!QDir::setCurrent(item.folder)) {
+            emit emitMessage(kel::text(item.cannotEnter), Qt::red);
+            return false;
+        }
+        if (!(this->*worker)()) {
+            emit emitMessage(kel::text(item.failed), Qt::red);
+            return false;
+        }
+        if (item.firstSuccess)
+            emit emitMessage(kel::text(item.firstSuccess), Qt::black);
+        if (!QDir::setCurrent(back)) {
+            emit emitMessage(kel::text(item.cannotReturn), Qt::red);
+            return false;
+        }
+        emit emitMessage(kel::text(item.finalSuccess), Qt::black);
+    }
+    progressValue += item.progressStep;
+    return true;
+}
+
+bool UDiskUpWin::updateData()
+{
+    progressValue += 1;
+    static const ItemTexts system{"UPSYSTEM", 2107, "./system/", 2108, 2109, 0, 2110, 2111, 10};
+    static const ItemTexts runtime{"UPVORN_APP", 2112, "./vorn_app/", 2113, 2114,
+                                   2115,         2116, 2117,          10};
+    static const ItemTexts project{"UPPROJECT", 2118, "./project/", 2119, 2120,
+                                   2121,        2122, 2123,         10};
+    static const ItemTexts identity{"UPKELINFO", 2124, "./kelinfo/", 2125, 2126, 0, 2127, 2128, 1};
+    if (!runItem(system, &UDiskUpWin::checkUpdateSystem, &UDiskUpWin::updateSystem) ||
+        !runItem(runtime, &UDiskUpWin::checkUpdateVorn_app, &UDiskUpWin::updateVorn_app) ||
+        !runItem(project, &UDiskUpWin::checkUpdateProject, &UDiskUpWin::updateProject) ||
+        !runItem(identity, &UDiskUpWin::checkUpdateKelInfo, &UDiskUpWin::updateKelInfo))
+        return false;
+    // Looked up for compatibility with older packages; the item has no effect.
+    firstEntry(updateItems, "UPSYSCONFIG");
+    return true;
+}
+
+void UDiskUpWin::reportCheckFailure(const QString& logLine)
+{
+    if (!logger)
+        return;
+    logger->writeReport(kel::text(2055));
+    logger->write(logLine);
+    logger->close();
+}
+
+void UDiskUpWin::reportCheckFailure(int logText)
+{
+    reportCheckFailure(kel::text(logText));
+}
+
+bool UDiskUpWin::CheckAllUpdateItem()
+{
+    file_operation_c op(workDir);
+    if (!parseIniFile()) {
+        reportCheckFailure(2074);
+        return false;
+    }
+    if (!checkUpdateSystem() || !checkUpdateVorn_app() || !checkUpdateProject() ||
+        !checkUpdateKelInfo())
+        return false;
+    if (!op.checkCopyFile(copyFileSet)) {
+        reportCheckFailure(2075);
+        return false;
+    }
+    if (!op.checkDelFile(delFileSet)) {
+        reportCheckFailure(2076);
+        return false;
+    }
+    if (!op.checkExeFile(exeFileSet)) {
+        reportCheckFailure(2077);
+        return false;
+    }
+    return true;
+}
+
+void UDiskUpWin::onTimer()
+{
+    emit emitMessage(kel::text(2220).arg(countdown), Qt::black);
+    if (countdown != 0) {
+        countdown -= 1;
+        return;
+    }
+    restartTimer->stop();
+    countdown = 10;
+    restartKel();
+}
+
+void UDiskUpWin::updatefinished()
+{
+    finished = true;
+    if (!quiet)
+        return;
+    if (logger) {
+        logger->writeReport(succeeded ? kel::text(2059) + "\n" : kel::text(2055));
+        logger->close();
+    }
+    // Leaves and re-enters the current directory before the final sync, as the panel expects.
+    const QByteArray current = QFile::encodeName(QDir::currentPath());
+    const QByteArray parent = current.left(current.lastIndexOf('/'));
+    if (chdir(parent.isEmpty() ? "/" : parent.constData()) == 0 && chdir(current.constData()) != 0)
+        perror("chdir");
+    sync();
+    if (optR) {
+        restartKel();
+        close();
+    }
+    if (optNr)
+        close();
+}
+
+void UDiskUpWin::closeEvent(QCloseEvent* event)
+{
+    if (optS != 1 && !optNr) {
+        if (closeBySignal) {
+            event->accept();
+        } else if (!finished) {
+            event->ignore();
+            showBox(1000, kel::text(2056), true);
+        } else {
+            restartKel();
+        }
+        return;
+    }
+    if (closeBySignal || finished)
+        event->accept();
+    else
+        event->ignore();
+}
+
+void UDiskUpWin::CloseBySignal()
+{
+    closeBySignal = true;
+    close();
+}
+
+// ---- items
+
+bool UDiskUpWin::updateManifestItem(const ManifestItemTexts& texts)
+{
+    GenerateConfigInfo* reader = new (std::nothrow) GenerateConfigInfo();
+    file_operation_c* op = new (std::nothrow) file_operation_c(workDir, nullptr);
+    std::unique_ptr<GenerateConfigInfo> readerOwner(reader);
+    std::unique_ptr<file_operation_c> opOwner(op);
+    if (!reader || !op)
+        return false;
+    connect(reader, &GenerateConfigInfo::emitMessage, this, &UDiskUpWin::updateOutMessage);
+    connect(op, &file_operation_c::emitMessage, this, &UDiskUpWin::updateOutMessage);
+
+    progressValue += 1;
+    if (!reader->readFileOpConfig(QString("./update.ini"))) {
+        emit emitMessage(kel::text(texts.parseFailed), Qt::red);
+        return false;
+    }
+    emit emitMessage(kel::text(texts.parsed), Qt::black);
+    progressValue += 1;
+    const DelFileSet delSet = reader->getDelFileSet();
+    const CopyFileSet copySet = reader->getCopyFileSet();
+    const ExeFileSet exeSet = reader->getExeFileSet();
+
+    if (texts.beforeCopy)
+        emit emitMessage(kel::text(texts.beforeCopy), Qt::black);
+    if (!op->copyFile(copySet)) {
+        emit emitMessage(kel::text(texts.copyFailed), Qt::red);
+        return false;
+    }
+    sync();
+    emit emitMessage(kel::text(texts.copied), Qt::black);
+    progressValue += 1;
+    if (!op->removeFile(delSet, QString())) {
+        emit emitMessage(kel::text(texts.deleteFailed), Qt::red);
+        return false;
+    }
+    sync();
+    emit emitMessage(kel::text(texts.deleted), Qt::black);
+    progressValue += 1;
+    if (!op->grantExeFile(exeSet)) {
+        emit emitMessage(kel::text(texts.grantFailed), Qt::red);
+        return false;
+    }
+    emit emitMessage(kel::text(texts.granted), Qt::black);
+    return true;
+}
+
+bool UDiskUpWin::updateSystem()
+{
+    return updateManifestItem({2129, 2130, 0, 2131, 2132, 2133, 2134, 2135, 2136});
+}
+
+bool UDiskUpWin::updateKelInfo()
+{
+    return updateManifestItem({2137, 2138, 2139, 2140, 2141, 2142, 2143, 2144, 2145});
+}
+
+bool UDiskUpWin::updateVorn_app()
+{
+    std::unique_ptr<downLoadVorn_app> installer(new (std::nothrow) downLoadVorn_app());
+    if (!installer)
+        return false;
+    connect(installer.get(), &downLoadVorn_app::emitMessage, this, &UDiskUpWin::updateOutMessage);
+    if (!installer->checkFile(downLoadVorn_app::CHECK_PACKAGE))
+        return false;
+    progressValue += 1;
+    if (!installer->parseIniFile())
+        return false;
+    progressValue += 1;
+    if (!installer->removeOldProjectFiles())
+        return false;
+    emit emitMessage(kel::text(2057), Qt::black);
+    progressValue += 1;
+    if (!installer->updateProjectFile())
+        return false;
+    sync();
+    emit emitMessage(kel::text(2058), Qt::black);
+    if (!changeWorkingDir(kel::kVornAppDir))
+        return false;
+    progressValue += 1;
+    if (!installer->checkFile(downLoadVorn_app::CHECK_INSTALLED))
+        return false;
+    if (!installer->decryptIniFile())
+        return false;
+    sync();
+    progressValue += 1;
+    if (!installer->creatLink())
+        return false;
+    sync();
+    if (!installer->changeFileRight())
+        return false;
+    progressValue += 1;
+    sync();
+    return true;
+}
+
+bool UDiskUpWin::updateProject()
+{
+    std::unique_ptr<downLoadPro> installer(new (std::nothrow) downLoadPro(workDir, nullptr));
+    if (!installer)
+        return false;
+    connect(installer.get(), &downLoadPro::emitMessage, this, &UDiskUpWin::updateOutMessage);
+    return installer->startLoadProject(progressValue);
+}
+
+namespace {
+enum CheckKind
+{
+    ManifestCheck,
+    RuntimeCheck,
+    ProjectCheck
+};
+}
+
+bool UDiskUpWin::checkItem(const char* key, const char* folder, const CheckTexts& texts, int kind)
+{
+    if (!itemRequested(key))
+        return true;
+    const QString back = QDir::currentPath();
+    if (!QDir::setCurrent(folder)) {
+        reportCheckFailure(texts.cannotEnter);
+        return false;
+    }
+    bool readable = true;
+    bool verified = true;
+    if (kind == ManifestCheck) {
+        GenerateConfigInfo reader;
+        readable = reader.readFileOpConfig(QString("./update.ini"));
+        verified = readable && file_operation_c(workDir).checkCopyFile(reader.getCopyFileSet());
+    } else if (kind == RuntimeCheck) {
+        downLoadVorn_app installer;
+        verified = installer.checkFile(downLoadVorn_app::CHECK_PACKAGE);
+        readable = !verified || installer.parseIniFile();
+    } else {
+        verified = downLoadPro(workDir, nullptr).init();
+    }
+    if (!readable || !verified) {
+        reportCheckFailure(readable ? texts.failed : texts.unreadable);
+        QDir::setCurrent(back);
+        return false;
+    }
+    if (!QDir::setCurrent(back)) {
+        reportCheckFailure(texts.cannotReturn);
+        return false;
+    }
+    return true;
+}
+
+bool UDiskUpWin::checkUpdateSystem()
+{
+    return checkItem("UPSYSTEM", "./system/", {2060, 2061, 2062, 2060}, ManifestCheck);
+}
+
+bool UDiskUpWin::checkUpdateKelInfo()
+{
+    return checkItem("UPKELINFO", "./kelinfo/", {2070, 2071, 2072, 2073}, ManifestCheck);
+}
+
+bool UDiskUpWin::checkUpdateVorn_app()
+{
+    return checkItem("UPVORN_APP", "./vorn_app/", {2063, 2065, 2064, 2066}, RuntimeCheck);
+}
+
+bool UDiskUpWin::checkUpdateProject()
+{
+    return checkItem("UPPROJECT", "./project/", {2067, 0, 2068, 2069}, ProjectCheck);
+}
+
+// ---- services, commands, restart
+
+bool UDiskUpWin::killProc()
+{
+    for (const QString& name : allEntries(prepareList.value(0), "STOPPROC")) {
+        if (!my_kill_process::killall(name)) {
+            emit emitMessage(kel::text(2221).arg(name), Qt::red);
+            return false;
+        }
+    }
+    return true;
+}
+
+namespace {
+// "ln -s" or "rm" on a service's unit file and its boot link; false when the shell fails.
+bool runServiceCommand(const QString& command, const char* pcloseFailure)
+{
+    FILE* pipe = popen(command.toUtf8().constData(), "r");
+    if (!pipe)
+        return false;
+    if (pclose(pipe) == -1) {
+        perror(pcloseFailure);
+        return false;
+    }
+    return true;
+}
+
+QString unitFile(const QString& name)
+{
+    return QString::fromLatin1(servPath) + "usr_" + name + ".service";
+}
+
+QString bootLink(const QString& name)
+{
+    return QString::fromLatin1(servPath) + "multi-user.target.wants/" + "usr_" + name + ".service";
+}
+} // namespace
+
+bool UDiskUpWin::startBootService(QString name)
+{
+    if (name.isEmpty())
+        return true;
+    if (!QFileInfo::exists(unitFile(name))) {
+        emit emitMessage(kel::text(2146), Qt::red);
+        return false;
+    }
+    return runServiceCommand("ln -s " + unitFile(name) + " " + bootLink(name),
+                             "start service pclose failed!\n");
+}
+
+bool UDiskUpWin::stopBootService(QString name)
+{
+    if (name.isEmpty())
+        return true;
+    if (!QFileInfo::exists(unitFile(name))) {
+        emit emitMessage(kel::text(2147), Qt::red);
+        return false;
+    }
+    return runServiceCommand("rm " + unitFile(name) + " " + bootLink(name),
+                             "stop service pclose failed!\n");
+}
+
+bool UDiskUpWin::autoRestart()
+{
+    bool result = true;
+    for (const QString& name : allEntries(restartItems, "AUTOSTART")) {
+        const bool ok = startBootService(name);
+        emit emitMessage(kel::text(ok ? 2102 : 2101), ok ? Qt::black : Qt::red);
+        result = result && ok;
+    }
+    for (const QString& name : allEntries(restartItems, "AUTOSTOP")) {
+        const bool ok = stopBootService(name);
+        emit emitMessage(kel::text(ok ? 2104 : 2103), ok ? Qt::black : Qt::red);
+        result = result && ok;
+    }
+    return result;
+}
+
+bool UDiskUpWin::executeCMD()
+{
+    const QVariant* command = firstEntry(restartItems, "COMMAND");
+    if (!command || command->toString().isEmpty())
+        return true;
+    FILE* pipe = popen(command->toString().toUtf8().constData(), "r");
+    if (!pipe) {
+        emit emitMessage(kel::text(2105), Qt::red);
+        return false;
+    }
+    emit emitMessage(kel::text(2106), Qt::black);
+    pclose(pipe);
+    return true;
+}
+
+bool UDiskUpWin::changeWorkingDir(const char* dir)
+{
+    if (chdir(dir) == 0)
+        return true;
+    emit emitMessage(kel::text(2148).arg(QString::fromUtf8(dir)), Qt::red);
+    return false;
+}
+
+void UDiskUpWin::startBeep()
+{
+    beepCount = 0;
+    const QVariant* count = firstEntry(restartItems, "BEEPNUM");
+    if (!count)
+        return;
+    beepCount = count->toInt();
+    if (beepCount > 0) {
+        beepTimer = new QTimer(this);
+        connect(beepTimer, &QTimer::timeout, this, &UDiskUpWin::Beep);
+        beepTimer->setInterval(1000);
+        beepTimer->start();
+    }
+}
+
+void UDiskUpWin::Beep()
+{
+    if (beepCount < 1)
+        return;
+    if (const int r = PanelLibrary::instance().setBeeTime(500))
+        fprintf(stderr, "buzzing voice failed: %d!\n", r);
+    beepCount -= 1;
+}
+
+void UDiskUpWin::restartKel()
+{
+    if (const int r = PanelLibrary::instance().setBeeTime(1000))
+        fprintf(stderr, "buzzing voice failed: %d!\n", r);
+    sync();
+    if (PanelLibrary::instance().reboot(RB_AUTOBOOT) != -1) {
+        close();
+        return;
+    }
+    if (optS != 1)
+        showBox(1001, kel::text(1010).arg(QString::fromLocal8Bit(strerror(errno))), false);
+}
+
+void UDiskUpWin::reBootKel()
+{
+    if (quiet) {
+        updatefinished();
+        return;
+    }
+    const QVariant* reboot = firstEntry(restartItems, "REBOOT");
+    if (reboot && reboot->toInt() == 1) {
+        restartKel();
+        close();
+    }
+}
+
+void UDiskUpWin::clearKelbackup() {}
