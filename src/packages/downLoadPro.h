@@ -22,7 +22,11 @@ class downLoadPro : public QObject
 {
     Q_OBJECT
 public:
-    enum downLoadStatus { CHECK_PACKAGE = 1, CHECK_INSTALLED = 2 };
+    enum downLoadStatus
+    {
+        CHECK_PACKAGE = 1,
+        CHECK_INSTALLED = 2
+    };
 
     downLoadPro(QString dir, QObject* parent = nullptr);
 
@@ -45,6 +49,9 @@ signals:
     void emitMessage(QString strMessage, QColor color = Qt::black);
 
 private:
+    // False, with a red line, when the new project would not fit once the old one is gone.
+    bool hasRoomForProject();
+
     QVector<FILE_INFO> m_fileInfos;
     QString m_projectDir;
     bool m_clearRecipe = false;

@@ -13,7 +13,11 @@ class downLoadVorn_app : public QObject
 {
     Q_OBJECT
 public:
-    enum downLoadStatus { CHECK_PACKAGE = 1, CHECK_INSTALLED = 2 };
+    enum downLoadStatus
+    {
+        CHECK_PACKAGE = 1,
+        CHECK_INSTALLED = 2
+    };
 
     struct FILE_INFO
     {
@@ -51,6 +55,9 @@ signals:
     void updateStatus(int, QString);
 
 private:
+    // False, with a red line, when the new files would not fit once the old ones are gone.
+    bool hasRoomForUpdate();
+
     QVector<FILE_INFO> m_fileInfos;
     QString m_versionFile;
     QStringList m_exeFiles;

@@ -1,0 +1,260 @@
+#include "downLoadPro.h"
+
+#include "def.h"
+#include "disk_room.h"
+#include "file_copier.h"
+#include "multilingual_management.h"
+#include "panel_library.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QSettings>
+#include <unistd.h>
+
+namespace {
+
+const char kManifest[] = "./project.ini";
+
+// "$NAME" references replaced by the environment's values; unknown names stay as written.
+QString expandEnvironment(QString value)
+{
+    if (!value.contains('$'))
+        return value;
+    for (const QString& entry : QProcess::systemEnvironment()) {
+        const QStringList parts = entry.split('=');
+        if (parts.size() != 2)
+            continue;
+        const QString reference = "$" + parts.at(0);
+        if (value.contains(reference))
+            value.replace(reference, parts.at(1));
+    }
+    return value;
+}
+
+qint64 treeSize(const QString& dir)
+{
+    qint64 total = 0;
+    QDirIterator it(dir, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        it.next();
+        total += it.fileInfo().size();
+    }
+    return total;
+}
+
+} // namespace
+
+downLoadPro::downLoadPro(QString dir, QObject* parent)
+    : QObject(parent), m_projectDir(dir + "project"), m_loadDir(dir)
+{
+}
+
+bool downLoadPro::init()
+{
+    return checkProjectFiles() && parseIniFile() && checkFileCRC(CHECK_PACKAGE);
+}
+
+bool downLoadPro::startLoadProject(int& progress)
+{
+    if (!init())
+        return false;
+    ++progress;
+    removeOldSaveData();
+    ++progress;
+    if (!hasRoomForProject() || !removeOldProjectFiles())
+        return false;
+    sync();
+    ++progress;
+    if (!updateProjectFile())
+        return false;
+    sync();
+    ++progress;
+    if (!checkFileCRC(CHECK_INSTALLED))
+        return false;
+    sync();
+    return true;
+}
+
+bool downLoadPro::checkProjectFiles()
+{
+    if (QFileInfo::exists(kManifest))
+        return true;
+    emit emitMessage(kel::text(2157).arg(kManifest), Qt::red);
+    return false;
+}
+
+bool downLoadPro::parseIniFile()
+{
+    QSettings settings(kManifest, QSettings::IniFormat);
+    settings.setIniCodec("UTF-8");
+    const int count = settings.value("/GLOBAL/FILENUM").toInt();
+    // An absurd count is a corrupt manifest: treat it as missing before making any record.
+    if (count > kel::kMaxManifestCount) {
+        emit emitMessage(kel::text(2157).arg(kManifest), Qt::red);
+        return false;
+    }
+    if (count > 0) {
+        for (int n = 1; n <= count; ++n) {
+            const QString group = "/FILE" + QString::number(n);
+            FILE_INFO info;
+            info.name = settings.value(group + "/NAME").toString();
+            info.crc = settings.value(group + "/CRC").toString();
+            info.size = settings.value(group + "/SIZE").toUInt();
+            info.desPath = expandEnvironment(settings.value(group + "/DESPATH").toString()) + "/";
+            info.srcPath = "./";
+            m_fileInfos.append(info);
+        }
+    } else {
+        emit emitMessage(kel::text(2159), Qt::black);
+    }
+    m_clearRecipe = settings.value("/DOWNLOAD/CLEARRECIPE").toInt() != 0;
+    m_clearHistory = settings.value("/DOWNLOAD/CLEARHISTORY").toInt() != 0;
+    m_clearAlarm = settings.value("/DOWNLOAD/CLEARALARM").toInt() != 0;
+    m_clearInitValue = settings.value("/DOWNLOAD/CLEARINITVALUE").toInt() != 0;
+    return true;
+}
+
+bool downLoadPro::checkFileCRC(downLoadStatus status)
+{
+    const bool installed = status == CHECK_INSTALLED;
+    if (installed)
+        emit emitMessage(kel::text(2164), Qt::black);
+    for (const FILE_INFO& info : m_fileInfos) {
+        const QString path = (installed ? info.desPath : info.srcPath) + info.name;
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly)) {
+            emit emitMessage(kel::text(installed ? 2165 : 2166).arg(path), Qt::red);
+            return false;
+        }
+        const qint64 size = file.size();
+        file.close();
+        if (size > 0xFFFFFFFFLL || quint32(size) != info.size) {
+            emit emitMessage(kel::text(installed ? 2167 : 2168).arg(path), Qt::red);
+            return false;
+        }
+        quint32 crc = 0;
+        if (!CalcFileCrc(QFile::encodeName(path), crc) || QString::number(crc, 16) != info.crc) {
+            emit emitMessage(kel::text(installed ? 2169 : 2170).arg(path), Qt::red);
+            return false;
+        }
+    }
+    if (installed)
+        emit emitMessage(kel::text(2171), Qt::black);
+    return true;
+}
+
+bool downLoadPro::CalcFileCrc(const QByteArray& path, quint32& crc)
+{
+    crc = 0;
+    quint32 value = 0;
+    if (!FileCopier::crc32Of(QFile::decodeName(path), &value))
+        return false;
+    crc = value;
+    return true;
+}
+
+bool downLoadPro::removeOldSaveData()
+{
+    const int mask = (m_clearRecipe ? 1 : 0) | (m_clearHistory ? 2 : 0) | (m_clearAlarm ? 4 : 0) |
+                     (m_clearInitValue ? 8 : 0);
+    const int failed = PanelLibrary::instance().delSaveData(mask, 0);
+    struct Kind
+    {
+        bool requested;
+        int bit, success, failure;
+        Qt::GlobalColor failureColour;
+    };
+    // Only a failed recipe clearing is shown in red.
+    const Kind kinds[] = {{m_clearRecipe, 1, 2149, 2150, Qt::red},
+                          {m_clearHistory, 2, 2151, 2152, Qt::black},
+                          {m_clearAlarm, 4, 2153, 2154, Qt::black},
+                          {m_clearInitValue, 8, 2155, 2156, Qt::black}};
+    for (const Kind& kind : kinds) {
+        if (!kind.requested)
+            continue;
+        if (failed & kind.bit)
+            emit emitMessage(kel::text(kind.failure), kind.failureColour);
+        else
+            emit emitMessage(kel::text(kind.success), Qt::black);
+    }
+    return true;
+}
+
+bool downLoadPro::hasRoomForProject()
+{
+    DiskRoom room;
+    room.add(m_projectDir, 0, treeSize(m_projectDir));
+    for (const FILE_INFO& info : m_fileInfos)
+        room.add(info.desPath, DiskRoom::fileSize(info.srcPath + info.name), 0);
+    qint64 needed = 0;
+    qint64 available = 0;
+    if (room.enough(&needed, &available))
+        return true;
+    emit emitMessage(kel::text(2223).arg(needed).arg(available), Qt::red);
+    return false;
+}
+
+bool downLoadPro::removeOldProjectFiles()
+{
+    emit emitMessage(kel::text(2160), Qt::black);
+    if (removeDir(m_projectDir) && QDir().mkdir(m_projectDir)) {
+        emit emitMessage(kel::text(2161), Qt::black);
+        return true;
+    }
+    emit emitMessage(kel::text(2162), Qt::red);
+    return false;
+}
+
+bool downLoadPro::removeDir(const QString& path)
+{
+    QDir dir(path);
+    if (!dir.exists())
+        return true;
+    const QFileInfoList entries = dir.entryInfoList(QDir::Files | QDir::AllDirs | QDir::Hidden |
+                                                    QDir::System | QDir::NoDotAndDotDot);
+    for (const QFileInfo& entry : entries) {
+        const bool removed = entry.isDir() && !entry.isSymLink()
+                                 ? removeDir(entry.absoluteFilePath())
+                                 : QFile::remove(entry.absoluteFilePath());
+        if (!removed)
+            return false;
+    }
+    return QDir().rmdir(path);
+}
+
+bool downLoadPro::updateProjectFile()
+{
+    emit emitMessage(kel::text(2172), Qt::black);
+    for (const FILE_INFO& info : m_fileInfos) {
+        const QString source = info.srcPath + info.name;
+        const QString destination = info.desPath + info.name;
+        if (!QFileInfo::exists(info.desPath))
+            QDir().mkpath(info.desPath);
+        switch (FileCopier::copy(source, destination)) {
+        case FileCopier::Ok:
+            break;
+        case FileCopier::SourceUnreadable:
+        case FileCopier::ReadFailed:
+            emit emitMessage(kel::text(2173), Qt::red);
+            return false;
+        default:
+            emit emitMessage(kel::text(2222).arg(destination), Qt::red);
+            return false;
+        }
+        emit emitMessage(kel::text(2174).arg(destination), Qt::black);
+    }
+    emit emitMessage(kel::text(2175), Qt::black);
+    return true;
+}
+
+bool downLoadPro::checkVersion(QString version)
+{
+    if (QString("1.0.0.0") < version) {
+        emit emitMessage(kel::text(2163), Qt::black);
+        return false;
+    }
+    return true;
+}

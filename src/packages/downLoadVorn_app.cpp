@@ -1,0 +1,378 @@
+#include "downLoadVorn_app.h"
+
+#include "def.h"
+#include "disk_room.h"
+#include "file_copier.h"
+#include "multilingual_management.h"
+#include "qsettingsfactory.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSettings>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+const char* const kProtectedNames[] = {
+    "startBarBackGnd.bmp", "startBarBackGndH.bmp", "startBarLoadGnd.bmp", "startBarLoadGndH.bmp",
+    "startProBackGnd.bmp", "startProBackGndH.bmp", "progress_bar_start"};
+
+constexpr QDir::Filters kListFlags = QDir::Dirs | QDir::Files | QDir::Readable | QDir::Writable |
+                                     QDir::Hidden | QDir::NoDotAndDotDot;
+
+bool isProtected(const QString& name)
+{
+    for (const char* protectedName : kProtectedNames) {
+        if (name.contains(QLatin1String(protectedName)))
+            return true;
+    }
+    return false;
+}
+
+QFileInfoList regularFiles(const QString& dir)
+{
+    QFileInfoList files;
+    for (const QFileInfo& entry : QDir(dir).entryInfoList(kListFlags, QDir::Name)) {
+        if (entry.isFile())
+            files << entry;
+    }
+    return files;
+}
+
+std::unique_ptr<QSettings> openManifest()
+{
+    return std::unique_ptr<QSettings>(
+        QSettingsFactory::createQSettings("./update.ini", QSettings::IniFormat));
+}
+
+QString versionFileOf(QSettings* settings)
+{
+    return "version." +
+           settings->value("/PREPARE/version").toString().split(' ', Qt::KeepEmptyParts).last();
+}
+
+} // namespace
+
+downLoadVorn_app::downLoadVorn_app() {}
+
+bool downLoadVorn_app::parseIniFile()
+{
+    emit emitMessage(kel::text(2018), Qt::black);
+    std::unique_ptr<QSettings> settings = openManifest();
+    const uint fileCount = settings ? settings->value("/UPDATEINFO/file_num").toUInt() : 0;
+    const uint exeCount = settings ? settings->value("/ACCESSRIGHT/file_num").toUInt() : 0;
+    // An absurd count is a corrupt manifest, not a request for billions of records.
+    if (!settings || fileCount > uint(kel::kMaxManifestCount) ||
+        exeCount > uint(kel::kMaxManifestCount)) {
+        emit emitMessage(kel::text(2019), Qt::red);
+        return false;
+    }
+    if (fileCount == 0) {
+        emit emitMessage(kel::text(2020), Qt::red);
+        return false;
+    }
+    for (uint n = 1; n <= fileCount; ++n) {
+        const QString group = "/FILE" + QString::number(n);
+        FILE_INFO info;
+        info.file_name = settings->value(group + "/file_name").toString();
+        info.des_path = settings->value(group + "/des_path").toString();
+        info.src_path = settings->value(group + "/src_path").toString();
+        const QVariant delayed = settings->value(group + "/delaycopy_file");
+        // An unquoted "a,b" arrives as a list already; rejoin it to split it by our own rule.
+        const QString patterns = delayed.type() == QVariant::StringList
+                                     ? delayed.toStringList().join(',')
+                                     : delayed.toString();
+        if (!patterns.isEmpty())
+            info.delaycopy_file = patterns.split(',', Qt::KeepEmptyParts, Qt::CaseSensitive);
+        m_fileInfos.append(info);
+    }
+    for (uint m = 1; m <= exeCount; ++m)
+        m_exeFiles << settings->value("/EXE" + QString::number(m) + "/file_name").toString();
+    emit emitMessage(kel::text(2021).arg(m_fileInfos.size()), Qt::black);
+    return true;
+}
+
+bool downLoadVorn_app::judgeFilenameRegExp(const QString& fileName, FILE_INFO*& info)
+{
+    for (const QString& pattern : info->delaycopy_file) {
+        if (pattern.endsWith('+')) {
+            if (fileName.startsWith(pattern.left(pattern.size() - 1))) {
+                info->delaycopy_hit.append(pattern);
+                return true;
+            }
+        } else if (fileName == pattern) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool downLoadVorn_app::decryptIniFile()
+{
+    if (!QSettingsFactory::decryptFile("./update.ini", "./updatetmp.ini", 0))
+        return false;
+    QFile::remove("./update.ini");
+    QFile::rename("./updatetmp.ini", "./update.ini");
+    return true;
+}
+
+bool downLoadVorn_app::checkProjectFiles(QString& tip)
+{
+    std::unique_ptr<QSettings> settings = openManifest();
+    if (!settings) {
+        tip = kel::text(2017);
+        return false;
+    }
+    const QString text = settings->value("/PREPARE/tip").toString();
+    m_versionFile = versionFileOf(settings.get());
+    settings.reset();
+    if (text.isEmpty()) {
+        tip = kel::text(2017);
+        return false;
+    }
+    tip = QString::fromUtf8(text.toUtf8());
+    return true;
+}
+
+bool downLoadVorn_app::checkFile(downLoadStatus status)
+{
+    const bool package = status == CHECK_PACKAGE;
+    const bool installed = status == CHECK_INSTALLED;
+    {
+        std::unique_ptr<QSettings> settings = openManifest();
+        if (!settings) {
+            if (package || installed)
+                emit emitMessage(kel::text(package ? 2026 : 2027), Qt::red);
+            return false;
+        }
+        m_versionFile = versionFileOf(settings.get());
+    }
+    const bool listExists = QFileInfo::exists(m_versionFile);
+    if (package) {
+        emit emitMessage(kel::text(2028).arg(m_versionFile), Qt::black);
+        if (!listExists) {
+            emit emitMessage(kel::text(2030).arg(m_versionFile), Qt::red);
+            return false;
+        }
+    } else if (installed) {
+        emit emitMessage(kel::text(2029).arg(m_versionFile), Qt::black);
+        if (!listExists) {
+            // Deliberately black, and its text has no place for the name.
+            emit emitMessage(kel::text(2031), Qt::black);
+            return false;
+        }
+    } else if (!listExists) {
+        return false;
+    }
+
+    FILE* pipe = popen(("md5sum -c " + m_versionFile + " 2>&1").toUtf8().constData(), "r");
+    if (!pipe) {
+        if (package || installed)
+            emit emitMessage(kel::text(package ? 2032 : 2033).arg(m_versionFile), Qt::red);
+        return false;
+    }
+    char line[1024];
+    memset(line, 0, sizeof line);
+    QString transcript;
+    int number = 0;
+    while (fgets(line, sizeof line, pipe)) {
+        QByteArray text(line);
+        if (text.endsWith('\n'))
+            text.chop(1);
+        const QString shown = QString::fromUtf8(text);
+        transcript += QString::number(++number) + "." + shown + "\n\n";
+        memset(line, 0, sizeof line);
+        if (!text.contains("OK")) {
+            if (package || installed)
+                emit emitMessage(kel::text(package ? 2034 : 2035).arg(shown), Qt::red);
+            pclose(pipe);
+            return false;
+        }
+    }
+    if (pclose(pipe) == -1)
+        perror("checkFile pclose failed!\n");
+    emit emitMessage(kel::text(2036).arg(m_versionFile), Qt::black);
+    return true;
+}
+
+bool downLoadVorn_app::hasRoomForUpdate()
+{
+    DiskRoom room;
+    for (const FILE_INFO& info : m_fileInfos) {
+        qint64 newBytes = 0;
+        qint64 oldBytes = 0;
+        if (info.file_name == "*") {
+            for (const QFileInfo& file : regularFiles(info.src_path))
+                newBytes += file.size();
+            for (const QFileInfo& file : regularFiles(info.des_path)) {
+                if (!isProtected(file.fileName()))
+                    oldBytes += file.size();
+            }
+        } else {
+            newBytes = DiskRoom::fileSize(info.src_path + info.file_name);
+            oldBytes = DiskRoom::fileSize(info.des_path + info.file_name);
+        }
+        room.add(info.des_path, newBytes, oldBytes);
+    }
+    qint64 needed = 0;
+    qint64 available = 0;
+    if (room.enough(&needed, &available))
+        return true;
+    emit emitMessage(kel::text(2223).arg(needed).arg(available), Qt::red);
+    return false;
+}
+
+bool downLoadVorn_app::removeOldProjectFiles()
+{
+    emit emitMessage(kel::text(2022), Qt::black);
+    // Nothing is removed unless everything new will fit.
+    if (!hasRoomForUpdate())
+        return false;
+    for (int i = 0; i < m_fileInfos.size(); ++i) {
+        const FILE_INFO& info = m_fileInfos.at(i);
+        const int number = i + 1;
+        if (!QFileInfo::exists(info.des_path)) {
+            if (!QDir().mkpath(info.des_path)) {
+                emit emitMessage(kel::text(2023).arg(number).arg(info.des_path), Qt::red);
+                return false;
+            }
+            emit emitMessage(kel::text(2024).arg(number).arg(info.des_path), Qt::black);
+            continue;
+        }
+        if (info.file_name != "*") {
+            if (!delFile(info.des_path + info.file_name))
+                return false;
+        } else {
+            for (const QFileInfo& entry :
+                 QDir(info.des_path).entryInfoList(kListFlags, QDir::Name)) {
+                if (entry.isFile() && !isProtected(entry.fileName()) && !delFile(entry.filePath()))
+                    return false;
+                FileCopier::serveEvents();
+            }
+        }
+        emit emitMessage(kel::text(2025).arg(number).arg(info.des_path + info.file_name),
+                         Qt::black);
+    }
+    return true;
+}
+
+bool downLoadVorn_app::delFile(const QString& path)
+{
+    if (!QFileInfo::exists(path) && !QFileInfo(path).isSymLink()) {
+        emit emitMessage(kel::text(2049).arg(path), Qt::black);
+        return true;
+    }
+    if (QFile::remove(path)) {
+        emit emitMessage(kel::text(2050).arg(path), Qt::black);
+        return true;
+    }
+    emit emitMessage(kel::text(2051).arg(path), Qt::red);
+    return false;
+}
+
+bool downLoadVorn_app::updateProjectFile()
+{
+    emit emitMessage(kel::text(2037), Qt::black);
+    for (int i = 0; i < m_fileInfos.size(); ++i) {
+        FILE_INFO* info = &m_fileInfos[i];
+        if (info->file_name != "*") {
+            if (!copyFile(info->des_path + info->file_name, info->src_path + info->file_name))
+                return false;
+        } else {
+            if (!QFileInfo::exists(info->src_path)) {
+                emit emitMessage(kel::text(2038).arg(info->src_path), Qt::red);
+                return false;
+            }
+            for (const QFileInfo& file : regularFiles(info->src_path)) {
+                if (!judgeFilenameRegExp(file.fileName(), info) &&
+                    !copyFile(info->des_path + file.fileName(), file.absoluteFilePath()))
+                    return false;
+            }
+        }
+        emit emitMessage(kel::text(2039).arg(i + 1).arg(info->src_path + info->file_name),
+                         Qt::black);
+    }
+
+    for (int i = 0; i < m_fileInfos.size(); ++i) {
+        FILE_INFO* info = &m_fileInfos[i];
+        if (info->file_name != "*")
+            continue;
+        if (!QFileInfo::exists(info->src_path)) {
+            emit emitMessage(kel::text(2040).arg(info->src_path), Qt::red);
+            return false;
+        }
+        for (const QFileInfo& file : regularFiles(info->src_path)) {
+            if (!judgeFilenameRegExp(file.fileName(), info))
+                continue;
+            if (!copyFile(info->des_path + file.fileName(), file.absoluteFilePath()))
+                return false;
+            info->delaycopy_file.removeAll(file.fileName());
+        }
+    }
+
+    for (FILE_INFO& info : m_fileInfos) {
+        for (const QString& hit : info.delaycopy_hit)
+            info.delaycopy_file.removeAll(hit);
+    }
+    for (const FILE_INFO& info : m_fileInfos) {
+        if (!info.delaycopy_file.isEmpty()) {
+            emit emitMessage(kel::text(2041).arg(info.src_path, info.delaycopy_file.first()),
+                             Qt::red);
+            return false;
+        }
+    }
+    return true;
+}
+
+bool downLoadVorn_app::copyFile(QString dest, QString src)
+{
+    switch (FileCopier::copy(src, dest)) {
+    case FileCopier::Ok:
+        emit emitMessage(kel::text(2043).arg(dest), Qt::black);
+        return true;
+    case FileCopier::SourceUnreadable:
+        emit emitMessage(kel::text(2042).arg(src), Qt::red);
+        return false;
+    default:
+        emit emitMessage(kel::text(2222).arg(dest), Qt::red);
+        return false;
+    }
+}
+
+bool downLoadVorn_app::creatLink()
+{
+    emit emitMessage(kel::text(2044), Qt::black);
+    for (const QFileInfo& file : regularFiles("./")) {
+        const QString name = file.fileName();
+        if (!name.contains(".so."))
+            continue;
+        const QString shortName = name.section('.', 0, 2);
+        if (shortName == name)
+            continue;
+        if (::rename(QFile::encodeName(name).constData(),
+                     QFile::encodeName(shortName).constData()) != 0) {
+            emit emitMessage(kel::text(2045).arg(name), Qt::red);
+            return false;
+        }
+    }
+    emit emitMessage(kel::text(2046), Qt::black);
+    return true;
+}
+
+bool downLoadVorn_app::changeFileRight()
+{
+    for (const QString& name : m_exeFiles) {
+        FILE* pipe = popen(("chmod a+x " + name).toUtf8().constData(), "r");
+        if (!pipe) {
+            emit emitMessage(kel::text(2047).arg(name), Qt::red);
+            return false;
+        }
+        pclose(pipe);
+    }
+    emit emitMessage(kel::text(2048).arg(QString()), Qt::black);
+    return true;
+}
