@@ -1,0 +1,57 @@
+#!/bin/sh
+# The simulated panel, inside kelsim's private namespaces (see kelsim).
+set -eu
+panel=$KELSIM_PANEL run="$KELSIM_PANEL/run"
+mkdir -p "$panel/.overlay/usr" "$panel/.overlay/usr.work"
+mount --make-rprivate /
+mount -t overlay overlay -o "lowerdir=/usr,upperdir=$panel/.overlay/usr,workdir=$panel/.overlay/usr.work" /usr
+mount --bind "$panel/usr/vorn_app" /usr/vorn_app 2>/dev/null ||
+    { mkdir -p /usr/vorn_app && mount --bind "$panel/usr/vorn_app" /usr/vorn_app; }
+mount --bind "$panel/etc/systemd/system" /etc/systemd/system
+mount --bind "$panel/tmp" /tmp
+mkdir -p /media
+mount -t tmpfs stickmount /media
+mkdir -p /media/usb0
+mount --bind "$KELSIM_STICK" /media/usb0
+
+snapshot() { # path, mode, link target or sha of every file the update may touch
+    { find /usr/vorn_app /etc/systemd/system -xdev \( -type f -o -type l \) 2>/dev/null
+      # Elsewhere in /usr only what the overlay holds can have changed.
+      (cd "$panel/.overlay/usr" && find . \( -type f -o -type l \) | sed 's|^\.|/usr|'); } |
+    sort | while read -r f; do
+        if [ -L "$f" ]; then echo "$f link $(readlink "$f")"
+        elif [ -f "$f" ]; then echo "$f $(stat -c %a "$f") $(sha256sum < "$f" | cut -c1-16)"; fi
+    done
+}
+snapshot > "$run/before.txt"
+
+# The display: Xvfb at the panel's size, private to this session.
+Xvfb :7 -screen 0 800x480x24 -nolisten tcp >"$run/xvfb.log" 2>&1 &
+for _ in $(seq 50); do [ -e /tmp/.X11-unix/X7 ] && break; sleep 0.1; done
+export DISPLAY=:7 QT_QPA_PLATFORM=xcb
+shot() { import -window root "png:$KELSIM_SHOTS/$1.png" 2>/dev/null || true; }
+
+case $KELSIM_RUNTIME in
+    obey) bash -c 'exec -a /usr/vorn_app/vorn_app sleep 100000' & ;;
+    ignore) bash -c "trap '' TERM; exec -a /usr/vorn_app/vorn_app sleep 100000" & ;;
+esac
+sleep 0.2
+
+cd "/media/usb0/$KELSIM_PACKAGE"
+# shellcheck disable=SC2086
+timeout "$KELSIM_LIMIT" ./kelloadui.bin $KELSIM_OPTIONS >"$run/stdout.txt" 2>"$run/stderr.txt" &
+program=$!
+n=0
+while kill -0 "$program" 2>/dev/null; do
+    sleep 1
+    n=$((n + 1))
+    shot "$(printf 'screen-%03d' "$n")"
+done
+set +e
+wait "$program"
+echo $? > "$run/status.txt"
+set -e
+[ "$n" -gt 0 ] && cp "$KELSIM_SHOTS/$(printf 'screen-%03d' "$n").png" "$KELSIM_SHOTS/end.png" 2>/dev/null || true
+snapshot > "$run/after.txt"
+pgrep -f /usr/vorn_app/vorn_app >/dev/null && echo running > "$run/runtime.txt" || echo stopped > "$run/runtime.txt"
+sync
