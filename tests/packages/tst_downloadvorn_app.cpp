@@ -179,8 +179,8 @@ void TestDownLoadVornApp::delayedCopy_data()
     QTest::addColumn<QString>("patterns");
     QTest::addColumn<bool>("succeeds");
     QTest::addColumn<QStringList>("copyOrder"); // delayed files come after every other one
-    QTest::newRow("exact and prefix") << "a.so,lib+" << true
-                                      << QStringList{"main", "a.so", "lib1.so", "lib2.so"};
+    QTest::newRow("exact and prefix")
+        << "a.so,lib+" << true << QStringList{"main", "a.so", "lib1.so", "lib2.so"};
     QTest::newRow("pattern naming no file")
         << "a.so,b.so" << false << QStringList{"lib1.so", "lib2.so", "main", "a.so"};
 }
