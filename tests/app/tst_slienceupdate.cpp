@@ -52,8 +52,9 @@ void TestQuietUpdateParam::parse_data()
     QTest::newRow("language without value") << QStringList{"-lanID"} << "000000"
                                             << ""
                                             << "" << QStringList() << "";
-    QTest::newRow("one argument, several options")
-        << QStringList{"-s-r -p"} << "110110" << "-p" << "" << QStringList{"-s-r -p"} << "-p";
+    QTest::newRow("one argument, several options") << QStringList{"-s-r -p"} << "110110"
+                                                   << "-p"
+                                                   << "" << QStringList{"-s-r -p"} << "-p";
     QTest::newRow("empty and spaced arguments")
         << QStringList{"", "a b c", "\xe4\xb8\xad"} << "000000"
         << ""
