@@ -42,8 +42,7 @@ cd "/media/usb0/$KELSIM_PACKAGE"
 timeout "$KELSIM_LIMIT" ./kelloadui.bin $KELSIM_OPTIONS >"$run/stdout.txt" 2>"$run/stderr.txt" &
 program=$!
 n=0
-while kill -0 "$program" 2>/dev/null; do
-    sleep 1
+while sleep 1 && kill -0 "$program" 2>/dev/null; do
     n=$((n + 1))
     shot "$(printf 'screen-%03d' "$n")"
 done

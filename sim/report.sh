@@ -3,8 +3,9 @@
 set -u
 panel=$1 stick=$2 run="$1/run"
 log=""
+# Only a log written by this run counts.
 for candidate in "$stick/update.log" "$stick"/*/update.log; do
-    [ -f "$candidate" ] && log=$candidate && break
+    [ -f "$candidate" ] && [ "$candidate" -nt "$run/before.txt" ] && log=$candidate && break
 done
 echo "== report"
 if [ -n "$log" ]; then head -n 1 "$log"; else echo "(no log: interactive runs write none)"; fi
