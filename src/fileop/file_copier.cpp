@@ -11,9 +11,17 @@
 
 namespace {
 
-constexpr size_t kBlockSize = 256 * 1024;
+constexpr size_t kBlockSize = 1024 * 1024;
 constexpr size_t kCrcPiece = 4096;
 constexpr qint64 kPumpIntervalMs = 10;
+
+// One block buffer for the whole program: copies run one at a time on the GUI thread, and a
+// fresh zero-filled block per file would cost more than copying a small file.
+char* blockBuffer()
+{
+    static std::vector<char> buffer(kBlockSize);
+    return buffer.data();
+}
 
 // read(2) and write(2) restarted after signals; a short write is retried until all is written.
 ssize_t readSome(int fd, char* buffer, size_t size)
@@ -72,14 +80,14 @@ FileCopier::Result FileCopier::copy(const QString& src, const QString& dest)
                   0644));
     if (out.get() < 0)
         return DestinationUnwritable;
-    std::vector<char> buffer(kBlockSize);
+    char* buffer = blockBuffer();
     for (;;) {
-        const ssize_t n = readSome(in.get(), buffer.data(), buffer.size());
+        const ssize_t n = readSome(in.get(), buffer, kBlockSize);
         if (n < 0)
             return ReadFailed;
         if (n == 0)
             break;
-        if (!writeAll(out.get(), buffer.data(), static_cast<size_t>(n)))
+        if (!writeAll(out.get(), buffer, static_cast<size_t>(n)))
             return WriteFailed;
         serveEvents();
     }
@@ -91,17 +99,17 @@ bool FileCopier::crc32Of(const QString& path, quint32* crc)
     Fd in(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC));
     if (in.get() < 0)
         return false;
-    std::vector<char> buffer(kBlockSize);
+    char* buffer = blockBuffer();
     uLong value = ::crc32(0L, Z_NULL, 0);
     for (;;) {
-        const ssize_t n = readSome(in.get(), buffer.data(), buffer.size());
+        const ssize_t n = readSome(in.get(), buffer, kBlockSize);
         if (n < 0)
             return false;
         if (n == 0)
             break;
         for (size_t at = 0; at < static_cast<size_t>(n); at += kCrcPiece) {
             const size_t piece = std::min(kCrcPiece, static_cast<size_t>(n) - at);
-            value = ::crc32(value, reinterpret_cast<const Bytef*>(buffer.data() + at),
+            value = ::crc32(value, reinterpret_cast<const Bytef*>(buffer + at),
                             static_cast<uInt>(piece));
         }
         serveEvents();
