@@ -25,8 +25,8 @@ snapshot() { # path, mode, link target or sha of every file the update may touch
 }
 snapshot > "$run/before.txt"
 
-# The display: Xvfb at the panel's size, private to this session.
-Xvfb :7 -screen 0 800x480x24 -nolisten tcp >"$run/xvfb.log" 2>&1 &
+# The display: Xvfb at the panel's screen size, private to this session.
+Xvfb :7 -screen 0 "${KELSIM_SCREEN}x24" -nolisten tcp >"$run/xvfb.log" 2>&1 &
 for _ in $(seq 50); do [ -e /tmp/.X11-unix/X7 ] && break; sleep 0.1; done
 export DISPLAY=:7 QT_QPA_PLATFORM=xcb
 shot() { import -window root "png:$KELSIM_SHOTS/$1.png" 2>/dev/null || true; }
