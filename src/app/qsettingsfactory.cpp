@@ -82,12 +82,19 @@ unsigned char QSettingsFactory::unscrambleByte(unsigned char b)
     return r ^ kel::kScrambleKey;
 }
 
+QString QSettingsFactory::s_scratchPath = QString::fromLatin1(kel::kDecryptFilePath);
+
+void QSettingsFactory::setScratchPath(const QString& path)
+{
+    s_scratchPath = path;
+}
+
 QSettings* QSettingsFactory::createQSettings(QString path, QSettings::Format format)
 {
-    if (!decryptFile(path, kel::kDecryptFilePath, CRYPT_CHECKED))
+    if (!decryptFile(path, s_scratchPath, CRYPT_CHECKED))
         return nullptr;
-    stampUniquely(kel::kDecryptFilePath);
-    auto* settings = new QSettings(kel::kDecryptFilePath, format);
+    stampUniquely(QFile::encodeName(s_scratchPath).constData());
+    auto* settings = new QSettings(s_scratchPath, format);
     settings->setIniCodec("UTF-8");
     return settings;
 }

@@ -22,6 +22,12 @@ public:
     static bool decryptFile(QString srcPath, QString dstPath, int type);
     static bool encryptFile(QString srcPath, QString dstPath);
 
+    // Tools on a PC unscramble into a place of their own instead of the panel's fixed path.
+    static void setScratchPath(const QString& path);
+
     static unsigned char scrambleByte(unsigned char b);
     static unsigned char unscrambleByte(unsigned char b);
+
+private:
+    static QString s_scratchPath;
 };

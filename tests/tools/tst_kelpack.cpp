@@ -5,6 +5,9 @@
 #include "sandbox.h"
 
 #include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QtTest>
 
@@ -21,9 +24,15 @@ private slots:
     void crcRenderings();
     void refusals_data();
     void refusals();
+    void buildRefusesCutValues();
+    void buildWritesWhatReadsBack();
+    void verifyFindings_data();
+    void verifyFindings();
 
 private:
     int kelpack(const QStringList& args, QByteArray* out = nullptr);
+    // A copy of the sample package tree with one text replaced in one of its files.
+    QString sampleTree(const QString& file = {}, const QString& from = {}, const QString& to = {});
     QString dir;
 };
 
@@ -101,6 +110,133 @@ void TestKelpack::refusals()
     QFETCH(QStringList, args);
     QFETCH(int, status);
     QCOMPARE(kelpack(args), status);
+}
+
+QString TestKelpack::sampleTree(const QString& file, const QString& from, const QString& to)
+{
+    const QString tree = dir + "/tree";
+    QDir(tree).removeRecursively();
+    QProcess::execute("cp",
+                      {"-R", QStringLiteral(KEL_SOURCE_DIR) + "/examples/sample/package", tree});
+    if (!file.isEmpty()) {
+        QString text = QString::fromUtf8(fixture::readFile(tree + "/" + file));
+        if (!text.contains(from))
+            qWarning("sample text %s not found in %s", qPrintable(from), qPrintable(file));
+        fixture::writeFile(tree + "/" + file, text.replace(from, to).toUtf8());
+    }
+    return tree;
+}
+
+void TestKelpack::buildRefusesCutValues()
+{
+    const QString tree = sampleTree("system/update.ini", "PRIORITY=2", "PRIORITY=2; first");
+    QCOMPARE(kelpack({"build", tree, dir + "/out", "--program", KEL_PROGRAM_PATH}), 1);
+    QVERIFY(!QFileInfo::exists(dir + "/out/update/update.ini"));
+}
+
+void TestKelpack::buildWritesWhatReadsBack()
+{
+    INSIDE_SANDBOX_REQUIRED();
+    const QString tree = sampleTree("update.ini", "REBOOT=0", "REBOOT=0\nNOTE=\"  a, b; c  \"");
+    QCOMPARE(kelpack({"build", tree, dir + "/out", "--program", KEL_PROGRAM_PATH}), 0);
+    const QString package = dir + "/out/update";
+    GenerateConfigInfo reader;
+    QVERIFY(reader.readIni(package + "/update.ini"));
+    const VariantTable restart = reader.getReStartInfo();
+    QCOMPARE(restart.find("NOTE")->second.toString(), QString("  a, b; c  "));
+    QCOMPARE(restart.find("COMMAND")->second.toString(),
+             QString("echo sample command ran > /usr/vorn_app/config/command.out"));
+    const copyFileInfo_s first = *reader.getCopyFileSet().begin();
+    QCOMPARE(first.crc32, fixture::crcText(fixture::readFile(tree + "/files/panel.conf")));
+    QCOMPARE(first.size, quint32(QFileInfo(tree + "/files/panel.conf").size()));
+    // The project wants lower-case checksums, the md5 list checks out, the program is in place.
+    const QString projectCrc = fixture::crcText(fixture::readFile(tree + "/project/main.pro"));
+    QVERIFY(fixture::readFile(package + "/project/project.ini")
+                .contains("CRC=" + projectCrc.toLower().toUtf8() + "\n"));
+    QProcess md5;
+    md5.setWorkingDirectory(package + "/vorn_app");
+    md5.start("md5sum", {"-c", "version.1.2.0"});
+    QVERIFY(md5.waitForFinished());
+    QCOMPARE(md5.exitCode(), 0);
+    QVERIFY(QFileInfo(package + "/kelloadui.bin").isExecutable());
+    QCOMPARE(kelpack({"verify", package}), 0);
+}
+
+void TestKelpack::verifyFindings_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("from");
+    QTest::addColumn<QString>("to");
+    QTest::addColumn<QString>("finding");
+    QTest::addColumn<bool>("raw");   // edit the built, scrambled manifest instead of the tree
+    QTest::addColumn<int>("status"); // 1 for errors, 0 for warnings only
+    QTest::newRow("leading zero crc") << "update.ini"
+                                      << "CRC32=auto\nMODE=0\nAUTHORITY=1\nPRIORITY=1"
+                                      << "CRC32=0ABC\nMODE=0\nAUTHORITY=1\nPRIORITY=1"
+                                      << "leading zero" << false << 1;
+    QTest::newRow("unknown mode") << "update.ini"
+                                  << "MODE=0\nAUTHORITY=1\nPRIORITY=1"
+                                  << "MODE=7\nAUTHORITY=1\nPRIORITY=1"
+                                  << "MODE 7 does nothing" << false << 1;
+    QTest::newRow("count below sections") << "update.ini"
+                                          << "COPYFILENUM=2"
+                                          << "COPYFILENUM=1"
+                                          << "is ignored" << false << 0;
+    QTest::newRow("count above sections") << "update.ini"
+                                          << "DELFILENUM=1"
+                                          << "DELFILENUM=2"
+                                          << "is missing" << false << 1;
+    QTest::newRow("unquoted semicolon") << "update.ini"
+                                        << "COMMAND=echo sample command ran > "
+                                           "/usr/vorn_app/config/command.out"
+                                        << "COMMAND=echo a; echo b"
+                                        << "cut at" << true << 1;
+    QTest::newRow("exec path with a blank") << "update.ini"
+                                            << "SRCPATH=/usr/vorn_app/kellogger"
+                                            << "SRCPATH=/usr/vorn_app/kel logger"
+                                            << "shell" << false << 1;
+    QTest::newRow("relative destination") << "kelinfo/update.ini"
+                                          << "DESTPATH=/usr/vorn_app/kelinfo/panel.id"
+                                          << "DESTPATH=kelinfo/panel.id"
+                                          << "not absolute" << false << 1;
+    QTest::newRow("pattern without file") << "vorn_app/update.ini"
+                                          << "delaycopy_file=libvornui+"
+                                          << "delaycopy_file=libvornui+,libgone.so"
+                                          << "matches no file" << false << 1;
+    QTest::newRow("upper-case project crc") << "project/project.ini"
+                                            << "CRC=auto"
+                                            << "CRC=ABCDEF"
+                                            << "lower case" << false << 1;
+}
+
+void TestKelpack::verifyFindings()
+{
+    QFETCH(QString, file);
+    QFETCH(QString, from);
+    QFETCH(QString, to);
+    QFETCH(QString, finding);
+    QFETCH(bool, raw);
+    QFETCH(int, status);
+    INSIDE_SANDBOX_REQUIRED();
+    const QString tree = raw ? sampleTree() : sampleTree(file, from, to);
+    QCOMPARE(kelpack({"build", tree, dir + "/out", "--program", KEL_PROGRAM_PATH}), 0);
+    if (raw) {
+        const QString manifest = dir + "/out/update/" + file;
+        QCOMPARE(kelpack({"unscramble", manifest, dir + "/plain.ini"}), 0);
+        QString text = QString::fromUtf8(fixture::readFile(dir + "/plain.ini"));
+        QVERIFY(text.contains(from));
+        fixture::writeFile(dir + "/plain.ini", text.replace(from, to).toUtf8());
+        QCOMPARE(kelpack({"scramble", dir + "/plain.ini", manifest}), 0);
+    }
+    QByteArray out;
+    QCOMPARE(kelpack({"verify", dir + "/out/update", "--json"}, &out), status);
+    const QJsonObject report = QJsonDocument::fromJson(out).object();
+    QCOMPARE(report.value("ok").toBool(), status == 0);
+    bool found = false;
+    for (const QJsonValue& value : report.value("findings").toArray())
+        found = found || (value.toObject().value("file").toString() == file &&
+                          value.toObject().value("message").toString().contains(finding));
+    QVERIFY2(found, out.constData());
 }
 
 // In a sandbox: the reader opens manifests through a fixed scratch file in /tmp.

@@ -1,0 +1,242 @@
+#include "stick_builder.h"
+
+#include "package_writer.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <memory>
+
+namespace {
+
+const char kRecipe[] = "kelpack.ini";
+
+QSettings* openPlain(const QString& path)
+{
+    auto* settings = new QSettings(path, QSettings::IniFormat);
+    settings->setIniCodec("UTF-8");
+    return settings;
+}
+
+} // namespace
+
+StickBuilder::StickBuilder(const QString& treeDir, const QString& outDir, const QString& program)
+    : m_tree(QDir(treeDir).absolutePath()), m_out(QDir(outDir).absolutePath()), m_program(program)
+{
+}
+
+bool StickBuilder::fail(const QString& message)
+{
+    m_error = message;
+    return false;
+}
+
+bool StickBuilder::build()
+{
+    // A half-built stick must never be copied to a panel.
+    if (buildStick())
+        return true;
+    QDir(m_out).removeRecursively();
+    return false;
+}
+
+bool StickBuilder::buildStick()
+{
+    const QString recipePath = m_tree + "/" + kRecipe;
+    if (!QFileInfo::exists(recipePath))
+        return fail(recipePath + ": no recipe (kelpack.ini) in the package tree");
+    QSettings recipe(recipePath, QSettings::IniFormat);
+    recipe.setIniCodec("UTF-8");
+    const QString folder = recipe.value("stick/folder", "update").toString();
+    if (folder.isEmpty() || folder.contains('/'))
+        return fail(recipePath + ": stick/folder must be one plain folder name");
+    if (m_program.isEmpty())
+        m_program = QDir(m_tree).absoluteFilePath(recipe.value("stick/program").toString());
+    if (!QFileInfo(m_program).isFile())
+        return fail("the program " + m_program + " does not exist (give --program PATH)");
+
+    QDir(m_out).removeRecursively();
+    const QString package = m_out + "/" + folder;
+    if (!QDir().mkpath(package) || !QDir().mkpath(m_out + "/config") ||
+        !QDir().mkpath(m_out + "/language"))
+        return fail(m_out + ": cannot be created");
+    if (!copyTree(m_tree, package))
+        return false;
+    QFile::remove(package + "/" + kRecipe);
+    if (!QFile::copy(m_program, package + "/kelloadui.bin"))
+        return fail(package + "/kelloadui.bin: cannot be written");
+    QFile::setPermissions(package + "/kelloadui.bin", QFile::permissions(m_program) |
+                                                          QFile::ExeOwner | QFile::ExeGroup |
+                                                          QFile::ExeOther);
+
+    const QString languages = recipe.value("stick/languages").toString();
+    if (!languages.isEmpty()) {
+        QDir lanDir(QDir(m_tree).absoluteFilePath(languages));
+        for (const QString& name : lanDir.entryList({"*.lan"}, QDir::Files)) {
+            if (!QFile::copy(lanDir.filePath(name), m_out + "/language/" + name))
+                return fail(m_out + "/language/" + name + ": cannot be written");
+        }
+        QFile::remove(package + "/" + languages); // copied with the tree, belongs beside it
+        QDir(package + "/" + languages).removeRecursively();
+    }
+    QFile config(m_out + "/config/vornUpdateSet.ini");
+    if (!config.open(QIODevice::WriteOnly))
+        return fail(config.fileName() + ": cannot be written");
+    config.write("[tool_language]\ntype=" +
+                 QByteArray::number(recipe.value("stick/tool_language", 0).toInt()) + "\n");
+    config.close();
+
+    // Items first: the package-wide manifest may name files inside them.
+    for (const char* item : {"system", "kelinfo"}) {
+        if (QFileInfo::exists(package + "/" + item + "/update.ini") &&
+            !writeManifest(package + "/" + item, "update.ini", true, false))
+            return false;
+    }
+    if (QFileInfo::exists(package + "/vorn_app/update.ini") &&
+        (!writeManifest(package + "/vorn_app", "update.ini", true, false) ||
+         !writeChecksumList(package + "/vorn_app")))
+        return false;
+    if (QFileInfo::exists(package + "/project/project.ini") &&
+        !writeManifest(package + "/project", "project.ini", false, true))
+        return false;
+    if (!QFileInfo::exists(package + "/update.ini"))
+        return fail(m_tree + "/update.ini: the package manifest is missing");
+    return writeManifest(package, "update.ini", true, false);
+}
+
+bool StickBuilder::copyTree(const QString& from, const QString& to)
+{
+    QDirIterator it(from, QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString source = it.next();
+        const QString target = to + source.mid(from.size());
+        QDir().mkpath(QFileInfo(target).absolutePath());
+        if (!QFile::copy(source, target))
+            return fail(target + ": cannot be written");
+        QFile::setPermissions(target, QFile::permissions(source));
+    }
+    return true;
+}
+
+bool StickBuilder::fillAuto(QSettings& settings, const QString& dir, bool projectStyle)
+{
+    const QStringList groups = settings.childGroups();
+    for (const QString& group : groups) {
+        const bool copyRecord =
+            !projectStyle && group.startsWith("COPYFILE") && group != "COPYFILE";
+        const bool projectRecord = projectStyle && group.startsWith("FILE");
+        if (!copyRecord && !projectRecord)
+            continue;
+        settings.beginGroup(group);
+        const QString crcKey = projectStyle ? "CRC" : "CRC32";
+        const bool wantsSize = settings.value("SIZE").toString() == "auto";
+        const bool wantsCrc = settings.value(crcKey).toString() == "auto";
+        if (wantsSize || wantsCrc) {
+            const QString file = projectStyle ? settings.value("NAME").toString()
+                                              : settings.value("SRCPATH").toString();
+            const QString path = QDir(dir).absoluteFilePath(file);
+            QString upper, lower, error;
+            if (!QFileInfo(path).isFile() ||
+                !PackageWriter::crcTexts(path, &upper, &lower, &error)) {
+                settings.endGroup();
+                return fail(QString("%1: [%2] %3 is not a file of the package, so its size and "
+                                    "checksum cannot be computed")
+                                .arg(dir, group, file));
+            }
+            if (wantsSize)
+                settings.setValue("SIZE", QString::number(QFileInfo(path).size()));
+            if (wantsCrc)
+                settings.setValue(crcKey, projectStyle ? lower : upper);
+        }
+        settings.endGroup();
+    }
+    return true;
+}
+
+bool StickBuilder::writeManifest(const QString& dir, const QString& name, bool scramble,
+                                 bool projectStyle)
+{
+    const QString path = dir + "/" + name;
+    // The settings reader would cut such a value silently: say so while it can be fixed.
+    QFile text(path);
+    if (text.open(QIODevice::ReadOnly)) {
+        int number = 0;
+        for (const QByteArray& line : text.readAll().split('\n')) {
+            ++number;
+            const QByteArray trimmed = line.trimmed();
+            const int equals = trimmed.indexOf('=');
+            if (equals < 0 || trimmed.startsWith(';') || trimmed.startsWith('#'))
+                continue;
+            const QByteArray value = trimmed.mid(equals + 1).trimmed();
+            if (!value.startsWith('"') && value.contains(';'))
+                return fail(QString("%1:%2: the value is cut at \";\": put it in double quotes")
+                                .arg(path)
+                                .arg(number));
+        }
+    }
+    QTemporaryDir scratch;
+    const QString plain = scratch.path() + "/plain.ini";
+    {
+        std::unique_ptr<QSettings> source(openPlain(path));
+        if (source->status() != QSettings::NoError)
+            return fail(path + ": not a readable INI file");
+        std::unique_ptr<QSettings> out(openPlain(plain));
+        for (const QString& key : source->allKeys())
+            out->setValue(key, source->value(key));
+        if (!fillAuto(*out, dir, projectStyle))
+            return false;
+        out->sync();
+        if (out->status() != QSettings::NoError)
+            return fail(plain + ": cannot be written");
+    }
+    QString error;
+    if (scramble)
+        return PackageWriter::scramble(plain, path, &error) || fail(error);
+    QFile::remove(path);
+    return QFile::copy(plain, path) || fail(path + ": cannot be written");
+}
+
+bool StickBuilder::writeChecksumList(const QString& runtimeDir)
+{
+    QTemporaryDir scratch;
+    QString error;
+    if (!PackageWriter::unscramble(runtimeDir + "/update.ini", scratch.path() + "/m.ini", &error))
+        return fail(error);
+    std::unique_ptr<QSettings> manifest(openPlain(scratch.path() + "/m.ini"));
+    const QString version =
+        manifest->value("PREPARE/version").toString().split(' ', Qt::KeepEmptyParts).last();
+    const QString listName = "version." + version;
+    // Every file the runtime records install, named as the installed copy will be checked.
+    QStringList names;
+    const int count = manifest->value("UPDATEINFO/file_num").toInt();
+    for (int n = 1; n <= count; ++n) {
+        const QString group = "FILE" + QString::number(n) + "/";
+        const QString fileName = manifest->value(group + "file_name").toString();
+        QString srcPath = manifest->value(group + "src_path").toString();
+        if (srcPath.startsWith("./"))
+            srcPath = srcPath.mid(2);
+        if (fileName == "*") {
+            for (const QString& name :
+                 QDir(runtimeDir + "/" + srcPath).entryList(QDir::Files | QDir::Hidden))
+                names << srcPath + name;
+        } else {
+            names << srcPath + fileName;
+        }
+    }
+    names.removeAll(listName);
+    names.removeDuplicates();
+    names.sort();
+    QProcess md5;
+    md5.setWorkingDirectory(runtimeDir);
+    md5.setStandardOutputFile(runtimeDir + "/" + listName);
+    md5.start("md5sum", QStringList{"--"} + names);
+    if (!md5.waitForFinished(-1) || md5.exitCode() != 0)
+        return fail(runtimeDir + "/" + listName +
+                    ": md5sum failed: " + QString::fromLocal8Bit(md5.readAllStandardError()));
+    return true;
+}

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+class QSettings;
+
+// Turns a readable package tree into a stick ready to copy. The tree holds "kelpack.ini" (the
+// recipe: package folder name, program, languages), plain manifests whose SIZE, CRC32 and CRC
+// values may say "auto", and the payload files. The manifests are rewritten through the same
+// settings reader the program uses, so that every value reads back exactly; "update.ini" files
+// are scrambled, the runtime folder gets its md5 list.
+class StickBuilder
+{
+public:
+    StickBuilder(const QString& treeDir, const QString& outDir, const QString& program);
+    bool build();
+    QString error() const { return m_error; }
+
+private:
+    bool buildStick();
+    bool fail(const QString& message);
+    bool copyTree(const QString& from, const QString& to);
+    bool writeManifest(const QString& dir, const QString& name, bool scramble, bool projectStyle);
+    bool fillAuto(QSettings& settings, const QString& dir, bool projectStyle);
+    bool writeChecksumList(const QString& runtimeDir);
+
+    QString m_tree;
+    QString m_out;
+    QString m_program;
+    QString m_error;
+};
