@@ -1,8 +1,20 @@
 #!/bin/sh
-# Installs what is missing, builds, and runs every test; exits non-zero on any failure.
+# Installs what is missing, builds, and runs every test: the suite (with the simulator's end-to-end
+# and fault-injection tests), the same suite under AddressSanitizer and UndefinedBehaviorSanitizer,
+# and each fuzz target for a bounded time. Exits non-zero on any failure; the last line is CTest's.
 set -eu
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 scripts/build.sh
+
+echo "== fuzzing (FUZZ_SECONDS=${FUZZ_SECONDS:-60} per target)"
+scripts/fuzz.sh
+
+echo "== the suite under the sanitizers"
+cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DKEL_SANITIZE=ON >/dev/null
+cmake --build build-asan -j"$(nproc)" >/dev/null
+(cd build-asan && ctest --output-on-failure -j2)
+
+echo "== the suite"
 cd build
 ctest --output-on-failure -j2

@@ -15,7 +15,7 @@ mkdir -p /media/usb0
 mount --bind "$KELSIM_STICK" /media/usb0
 
 snapshot() { # path, mode, link target or sha of every file the update may touch
-    { find /usr/vorn_app /etc/systemd/system -xdev \( -type f -o -type l \) 2>/dev/null
+    { find /usr/vorn_app /etc/systemd/system \( -type f -o -type l \) 2>/dev/null
       # Elsewhere in /usr only what the overlay holds can have changed.
       (cd "$panel/.overlay/usr" && find . \( -type f -o -type l \) | sed 's|^\.|/usr|'); } |
     sort | while read -r f; do
@@ -24,6 +24,8 @@ snapshot() { # path, mode, link target or sha of every file the update may touch
     done
 }
 snapshot > "$run/before.txt"
+# Fault injection: a shell snippet run on the prepared panel before the program starts.
+[ -n "${KELSIM_SETUP:-}" ] && sh -c "$KELSIM_SETUP"
 
 # The display: Xvfb at the panel's screen size, private to this session.
 Xvfb :7 -screen 0 "${KELSIM_SCREEN}x24" -nolisten tcp >"$run/xvfb.log" 2>&1 &
@@ -38,18 +40,28 @@ esac
 sleep 0.2
 
 cd "/media/usb0/$KELSIM_PACKAGE"
+started=$(date +%s%N)
 # shellcheck disable=SC2086
-timeout "$KELSIM_LIMIT" ./kelloadui.bin $KELSIM_OPTIONS >"$run/stdout.txt" 2>"$run/stderr.txt" &
+# The program's own status and running time, recorded the moment it ends.
+(
+    set +e
+    timeout "$KELSIM_LIMIT" ./kelloadui.bin $KELSIM_OPTIONS >"$run/stdout.txt" 2>"$run/stderr.txt"
+    echo $? > "$run/status.txt"
+    echo $((($(date +%s%N) - started) / 1000000)) > "$run/elapsed-ms.txt"
+) &
 program=$!
+# Fault injection: a power cut after so many seconds (SIGKILL, nothing runs after it).
+if [ -n "${KELSIM_KILL_AFTER:-}" ]; then
+    (sleep "$KELSIM_KILL_AFTER"; pkill -KILL -x kelloadui.bin) &
+fi
+# Fault injection: a snippet run in the background while the program runs.
+[ -n "${KELSIM_DURING:-}" ] && sh -c "$KELSIM_DURING" &
 n=0
 while sleep 1 && kill -0 "$program" 2>/dev/null; do
     n=$((n + 1))
     shot "$(printf 'screen-%03d' "$n")"
 done
-set +e
-wait "$program"
-echo $? > "$run/status.txt"
-set -e
+wait "$program" || true
 [ "$n" -gt 0 ] && cp "$KELSIM_SHOTS/$(printf 'screen-%03d' "$n").png" "$KELSIM_SHOTS/end.png" 2>/dev/null || true
 snapshot > "$run/after.txt"
 pgrep -f /usr/vorn_app/vorn_app >/dev/null && echo running > "$run/runtime.txt" || echo stopped > "$run/runtime.txt"
