@@ -10,12 +10,13 @@ CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo 
 cmake --build build-fuzz -j"$(nproc)" --target fuzz_manifest fuzz_language
 status=0
 for target in manifest language; do
-    work="build-fuzz/corpus-$target"
-    crashes="fuzz/crashes/$target"
+    # Absolute paths: a target may change its working directory.
+    work="$PWD/build-fuzz/corpus-$target"
+    crashes="$PWD/fuzz/crashes/$target"
     mkdir -p "$work" "$crashes"
     echo "fuzzing $target for $seconds s"
     if ! build-fuzz/fuzz/fuzz_$target -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 \
-            -artifact_prefix="$crashes/" "$work" "fuzz/corpus/$target" >"build-fuzz/$target.log" 2>&1; then
+            -artifact_prefix="$crashes/" "$work" "$PWD/fuzz/corpus/$target" >"build-fuzz/$target.log" 2>&1; then
         echo "fuzz_$target found a problem: see build-fuzz/$target.log and $crashes/"
         status=1
     fi

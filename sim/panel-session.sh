@@ -45,7 +45,8 @@ started=$(date +%s%N)
 # The program's own status and running time, recorded the moment it ends.
 (
     set +e
-    timeout "$KELSIM_LIMIT" ./kelloadui.bin $KELSIM_OPTIONS >"$run/stdout.txt" 2>"$run/stderr.txt"
+    # shellcheck disable=SC2086
+    timeout "$KELSIM_LIMIT" ${KELSIM_WRAPPER:-} ./kelloadui.bin $KELSIM_OPTIONS >"$run/stdout.txt" 2>"$run/stderr.txt"
     echo $? > "$run/status.txt"
     echo $((($(date +%s%N) - started) / 1000000)) > "$run/elapsed-ms.txt"
 ) &

@@ -1,0 +1,126 @@
+#!/bin/sh
+# Whole updates against their copy floor: builds three packages, runs the real program on each in
+# quiet mode through the simulator (RUNS times, median), and measures on the same file system the
+# floor: cp -a of the same payload, the checksum passes the program must make (bare zlib CRC-32 or
+# md5sum -c), and one sync. Prints the ratios, peak memory and the share of time spent in sync().
+#   perf_update.sh [RUNS (default 3)]     (KEL_BUILD_DIR: the build to measure, default ./build)
+set -eu
+here=$(cd "$(dirname "$0")" && pwd)
+top="$here/.."
+build=${KEL_BUILD_DIR:-$top/build}
+runs=${1:-3}
+work="$build/perf"
+rm -rf "$work"
+mkdir -p "$work"
+kelpack="$build/tools/kelpack"
+program="$build/src/kelloadui.bin"
+crc="$build/bench/crc_floor"
+echo "machine: $(nproc) cores; work directory $work ($(df -T "$work" | awk 'NR == 2 { print $2 }'))"
+
+ms() { echo $(($(date +%s%N) / 1000000)); }
+median() { sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
+blob() { head -c "$2" /dev/urandom > "$1"; }
+header() { # an update.ini that applies nothing but what follows
+    printf '[UPDATE]\nUPSYSTEM=%s\nUPVORN_APP=%s\nUPPROJECT=%s\n' "$1" "$2" "$3"
+}
+
+# The program on a stick: median time, peak memory, sync() figures.
+measure() { # name stick
+    times="" rss="" sync_ms="" sync_calls=""
+    for _ in $(seq "$runs"); do
+        panel="$work/panel-$1"
+        KELSIM_WRAPPER="env LD_PRELOAD=$build/bench/libsync_timer.so SYNC_TIMER_OUT=/tmp/sync.txt /usr/bin/time -f %M -o /tmp/rss.txt" \
+            "$top/sim/kelsim" --fresh --panel "$panel" --runtime absent --timeout 900 "$2" -nr >"$work/$1.out" 2>&1 || true
+        head -n 1 "$2/update.log" | grep -q "成功" || { echo "$1: the update failed"; sed -n 1,40p "$work/$1.out"; exit 1; }
+        times="$times $(cat "$panel/run/elapsed-ms.txt")"
+        rss="$rss $(tail -n 1 "$panel/tmp/rss.txt")"
+        set -- "$1" "$2" "$(cat "$panel/tmp/sync.txt")"
+        sync_calls=${3%% *} sync_ms="$sync_ms ${3#* }"
+    done
+    program_ms=$(echo "$times" | tr ' ' '\n' | grep . | median)
+    peak_kb=$(echo "$rss" | tr ' ' '\n' | grep . | sort -n | tail -n 1)
+    sync_median=$(echo "$sync_ms" | tr ' ' '\n' | grep . | median)
+}
+
+floor_run() { # commands timed as the floor, median of RUNS
+    f=""
+    for _ in $(seq "$runs"); do
+        rm -rf "$work/floor"
+        mkdir -p "$work/floor"
+        start=$(ms)
+        sh -c "$1" >/dev/null
+        sync
+        f="$f $(($(ms) - start))"
+    done
+    floor_ms=$(echo "$f" | tr ' ' '\n' | grep . | median)
+}
+
+report() { # name target
+    awk -v n="$1" -v p="$program_ms" -v f="$floor_ms" -v t="$2" -v kb="$peak_kb" -v s="$sync_median" -v c="$sync_calls" 'BEGIN {
+        r = p / f
+        printf "%-34s program %7d ms  floor %7d ms  ratio %5.2f (target <= %s) %s  peak %5.1f MiB  sync() %d calls, %.0f ms = %.0f%%\n",
+               n, p, f, r, t, (t == "-" || r <= t) ? "ok" : "MISSED", kb / 1024, c, s, 100 * s / p }'
+}
+
+# 1. One 512 MiB file in the package-wide copy set (CRC-checked).
+tree="$work/tree-big"
+mkdir -p "$tree/files"
+blob "$tree/files/big.bin" $((512 * 1024 * 1024))
+printf '[stick]\nfolder=update\n' > "$tree/kelpack.ini"
+{ header false false false
+  printf '[COPYFILE]\nCOPYFILENUM=1\n[COPYFILE1]\nSRCPATH=./files/big.bin\nDESTPATH=/usr/vorn_app/data/big.bin\nSIZE=auto\nCRC32=auto\nMODE=0\n'; } > "$tree/update.ini"
+"$kelpack" build "$tree" "$work/stick-big" --program "$program" >/dev/null
+measure big "$work/stick-big"
+floor_run "$crc $work/stick-big/update/files/big.bin && cp -a $work/stick-big/update/files/big.bin $work/floor/ && $crc $work/floor/big.bin"
+report "one 512 MiB file" 1.3
+
+# 2. Many small files: N mode-0 records in the system item and N files in a mode-2 tree.
+many() { # N
+    tree="$work/tree-many$1"
+    mkdir -p "$tree/system/files" "$tree/tree"
+    printf '[stick]\nfolder=update\n' > "$tree/kelpack.ini"
+    { printf '[COPYFILE]\nCOPYFILENUM=%d\n' "$1"
+      i=1
+      while [ $i -le "$1" ]; do
+          head -c 4096 /dev/urandom > "$tree/system/files/f$i"
+          printf '[COPYFILE%d]\nSRCPATH=./files/f%d\nDESTPATH=/usr/vorn_app/sys/f%d\nSIZE=auto\nCRC32=auto\nMODE=0\nPRIORITY=1\n' $i $i $i
+          d=$((i % 50)); mkdir -p "$tree/tree/d$d"; head -c 4096 /dev/urandom > "$tree/tree/d$d/g$i"
+          i=$((i + 1))
+      done; } > "$tree/system/update.ini"
+    { header true false false
+      printf '[COPYFILE]\nCOPYFILENUM=1\n[COPYFILE1]\nSRCPATH=./tree\nDESTPATH=/usr/vorn_app/tree\nMODE=2\n'; } > "$tree/update.ini"
+    "$kelpack" build "$tree" "$work/stick-many$1" --program "$program" >/dev/null
+    measure "many$1" "$work/stick-many$1"
+    s="$work/stick-many$1/update"
+    floor_run "$crc $s/system/files/* && cp -a $s/system/files $work/floor/sys && $crc $work/floor/sys/* && cp -a $s/tree $work/floor/tree"
+    report "$1 + $1 files of 4 KiB" 1.6
+}
+many 500
+many 5000
+
+# 3. A realistic mix: a runtime of ~150 MiB, a project of ~30 MiB in 800 files, system files.
+tree="$work/tree-mix"
+mkdir -p "$tree/vorn_app" "$tree/project" "$tree/system"
+printf '[stick]\nfolder=update\n' > "$tree/kelpack.ini"
+for i in $(seq 1 24); do blob "$tree/vorn_app/libpart$i.so.2.1.0" $((6 * 1024 * 1024)); done
+blob "$tree/vorn_app/libvornui.so.2.1.0" $((6 * 1024 * 1024))
+blob "$tree/vorn_app/vorn_app" $((2 * 1024 * 1024))
+printf '[UPDATEINFO]\nfile_num=1\n[FILE1]\nfile_name=*\nsrc_path=./\ndes_path=/usr/vorn_app/\ndelaycopy_file=libvornui+\n[ACCESSRIGHT]\nfile_num=1\n[EXE1]\nfile_name=vorn_app\n[PREPARE]\ntip=runtime 2.1\nversion=V 2.1.0\n' > "$tree/vorn_app/update.ini"
+{ printf '[GLOBAL]\nFILENUM=800\n'
+  for i in $(seq 1 800); do
+      blob "$tree/project/p$i.scr" 39000
+      printf '[FILE%d]\nNAME=p%d.scr\nCRC=auto\nSIZE=auto\nDESPATH=/usr/vorn_app/project\n' $i $i
+  done; } > "$tree/project/project.ini"
+mkdir -p "$tree/system/files"
+{ printf '[COPYFILE]\nCOPYFILENUM=5\n'
+  for i in 1 2 3 4 5; do
+      blob "$tree/system/files/s$i" 200000
+      printf '[COPYFILE%d]\nSRCPATH=./files/s%d\nDESTPATH=/usr/vorn_app/etc/s%d\nSIZE=auto\nCRC32=auto\nMODE=0\n' $i $i $i
+  done; } > "$tree/system/update.ini"
+header true true true > "$tree/update.ini"
+"$kelpack" build "$tree" "$work/stick-mix" --program "$program" >/dev/null
+measure mix "$work/stick-mix"
+s="$work/stick-mix/update"
+floor_run "cd $s/vorn_app && md5sum -c --quiet version.2.1.0 && cp -a $s/vorn_app $work/floor/app && cd $work/floor/app && md5sum -c --quiet version.2.1.0 && $crc $s/project/*.scr && cp -a $s/project $work/floor/project && $crc $work/floor/project/*.scr && cp -a $s/system/files $work/floor/sys"
+report "runtime 150 MiB + project 800 files" 1.6
+rm -rf "$work"
