@@ -29,7 +29,9 @@ snapshot > "$run/before.txt"
 
 # The display: Xvfb at the panel's screen size, private to this session.
 Xvfb :7 -screen 0 "${KELSIM_SCREEN}x24" -nolisten tcp >"$run/xvfb.log" 2>&1 &
-for _ in $(seq 50); do [ -e /tmp/.X11-unix/X7 ] && break; sleep 0.1; done
+# A loaded machine may need a while to bring the display up; without it the program cannot start.
+for _ in $(seq 300); do [ -e /tmp/.X11-unix/X7 ] && break; sleep 0.1; done
+[ -e /tmp/.X11-unix/X7 ] || { echo "kelsim: the virtual display did not start" >&2; exit 1; }
 export DISPLAY=:7 QT_QPA_PLATFORM=xcb
 shot() { import -window root "png:$KELSIM_SHOTS/$1.png" 2>/dev/null || true; }
 
