@@ -126,6 +126,10 @@ int main(int argc, char** argv)
     if (!QwsProcess::qwsServerIsExit(0))
         QwsProcess::startQwsServer(baseDir + "/qws/qwsserver");
 
+    // The windows are drawn by the raster engine alone; on X11 Qt would otherwise load a GL
+    // driver stack of tens of MiB that the updater never uses.
+    if (qEnvironmentVariableIsEmpty("QT_XCB_GL_INTEGRATION"))
+        qputenv("QT_XCB_GL_INTEGRATION", "none");
     QApplication app(argc, argv);
     MainCfg::initCfg(app);
     MultilingualManager::GetInstance()->loadMultilingualFile(chooseLanguageFile(param, baseDir),
