@@ -123,37 +123,37 @@ bool StickBuilder::copyTree(const QString& from, const QString& to)
     return true;
 }
 
-bool StickBuilder::fillAuto(QSettings& settings, const QString& dir, bool projectStyle)
+bool StickBuilder::fillAuto(QSettings& source, const QString& dir, bool projectStyle,
+                            QVector<QPair<QString, QString>>* values)
 {
-    const QStringList groups = settings.childGroups();
+    const QStringList groups = source.childGroups();
     for (const QString& group : groups) {
         const bool copyRecord =
             !projectStyle && group.startsWith("COPYFILE") && group != "COPYFILE";
         const bool projectRecord = projectStyle && group.startsWith("FILE");
         if (!copyRecord && !projectRecord)
             continue;
-        settings.beginGroup(group);
+        source.beginGroup(group);
         const QString crcKey = projectStyle ? "CRC" : "CRC32";
-        const bool wantsSize = settings.value("SIZE").toString() == "auto";
-        const bool wantsCrc = settings.value(crcKey).toString() == "auto";
+        const bool wantsSize = source.value("SIZE").toString() == "auto";
+        const bool wantsCrc = source.value(crcKey).toString() == "auto";
+        const QString file =
+            projectStyle ? source.value("NAME").toString() : source.value("SRCPATH").toString();
+        source.endGroup();
         if (wantsSize || wantsCrc) {
-            const QString file = projectStyle ? settings.value("NAME").toString()
-                                              : settings.value("SRCPATH").toString();
             const QString path = QDir(dir).absoluteFilePath(file);
             QString upper, lower, error;
             if (!QFileInfo(path).isFile() ||
                 !PackageWriter::crcTexts(path, &upper, &lower, &error)) {
-                settings.endGroup();
                 return fail(QString("%1: [%2] %3 is not a file of the package, so its size and "
                                     "checksum cannot be computed")
                                 .arg(dir, group, file));
             }
             if (wantsSize)
-                settings.setValue("SIZE", QString::number(QFileInfo(path).size()));
+                values->append({group + "/SIZE", QString::number(QFileInfo(path).size())});
             if (wantsCrc)
-                settings.setValue(crcKey, projectStyle ? lower : upper);
+                values->append({group + "/" + crcKey, projectStyle ? lower : upper});
         }
-        settings.endGroup();
     }
     return true;
 }
@@ -185,11 +185,16 @@ bool StickBuilder::writeManifest(const QString& dir, const QString& name, bool s
         std::unique_ptr<QSettings> source(openPlain(path));
         if (source->status() != QSettings::NoError)
             return fail(path + ": not a readable INI file");
+        // Checksums first: computing them serves the event queue, and a written settings object
+        // rewrites its whole file on every event it gets, thousands of records at a time.
+        QVector<QPair<QString, QString>> autoValues;
+        if (!fillAuto(*source, dir, projectStyle, &autoValues))
+            return false;
         std::unique_ptr<QSettings> out(openPlain(plain));
         for (const QString& key : source->allKeys())
             out->setValue(key, source->value(key));
-        if (!fillAuto(*out, dir, projectStyle))
-            return false;
+        for (const auto& value : autoValues)
+            out->setValue(value.first, value.second);
         out->sync();
         if (out->status() != QSettings::NoError)
             return fail(plain + ": cannot be written");

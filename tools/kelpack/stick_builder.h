@@ -1,7 +1,9 @@
 #pragma once
 
+#include <QPair>
 #include <QString>
 #include <QStringList>
+#include <QVector>
 
 class QSettings;
 
@@ -22,7 +24,9 @@ private:
     bool fail(const QString& message);
     bool copyTree(const QString& from, const QString& to);
     bool writeManifest(const QString& dir, const QString& name, bool scramble, bool projectStyle);
-    bool fillAuto(QSettings& settings, const QString& dir, bool projectStyle);
+    // The "auto" sizes and checksums of a manifest's records, as (key, value) pairs.
+    bool fillAuto(QSettings& source, const QString& dir, bool projectStyle,
+                  QVector<QPair<QString, QString>>* values);
     bool writeChecksumList(const QString& runtimeDir);
 
     QString m_tree;
