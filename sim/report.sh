@@ -8,7 +8,7 @@ for candidate in "$stick/update.log" "$stick"/*/update.log; do
     [ -f "$candidate" ] && [ "$candidate" -nt "$run/before.txt" ] && log=$candidate && break
 done
 echo "== report"
-if [ -n "$log" ]; then head -n 1 "$log"; else echo "(no log: interactive runs write none)"; fi
+if [ -n "$log" ]; then head -n 1 "$log"; else echo "(no log was written)"; fi
 echo "== log"
 if [ -n "$log" ]; then tail -n +2 "$log"; else echo "(none)"; fi
 echo "== panel changes"
