@@ -1,7 +1,9 @@
 #!/bin/sh
 # Fault-injection suite: power cuts at many points of a realistic update, a full disk, a pulled
-# stick. Prints the figures and exits non-zero when a file of the package-wide or system/identity
-# sets was lost (neither its old nor its new content, nor the old one in its ".bak").
+# stick, a runtime that never exits, a STOPPROC program that survives killall, a failing md5sum.
+# Prints the figures and exits non-zero when a file of the package-wide or system/identity sets was
+# lost (neither its old nor its new content, nor the old one in its ".bak") or a refused run
+# changed the panel.
 #   faults.sh [POWER_CUTS (default 60)]     (KEL_BUILD_DIR: the build to test, default ./build)
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
@@ -35,6 +37,8 @@ done
 sed -i "s/^COPYFILENUM=2/COPYFILENUM=$n/" "$tree/system/update.ini"
 printf "\n$records" >> "$tree/system/update.ini"
 blob "$tree/vorn_app/libbig.so.1.0.0" 8000000
+# ps lists at most 15 characters of a program's name; the STOPPROC fault needs a short one.
+sed -i 's/^STOPPROC=.*/STOPPROC=plcbridge/' "$tree/update.ini"
 "$build/tools/kelpack" build "$tree" "$work/stick" --program "$build/src/kelloadui.bin" >/dev/null
 
 # The panel before the update: the seed plus an old version of every destination above.
@@ -57,12 +61,19 @@ new_of() { # the new content of a destination, from the stick
 }
 
 panel="$work/panel"
+runtime=absent
 simulate() { # fresh panel from the seed, then one quiet run with the given fault variables
     rm -rf "$panel"
     cp -a "$seed" "$panel"
     rm -f "$work/stick/update.log"
-    env "$@" "$here/kelsim" --panel "$panel" --runtime absent --timeout 120 "$work/stick" -s -nr \
+    env "$@" "$here/kelsim" --panel "$panel" --runtime "$runtime" --timeout "${limit:-120}" \
+        ${interactive:-} "$work/stick" ${options--s -nr} \
         > "$work/last-run.txt" 2>&1 || true
+}
+# Paths whose content, mode or presence the last run changed (except a replaced md5sum).
+changed_paths() {
+    diff "$panel/run/before.txt" "$panel/run/after.txt" | awk '/^[<>]/ { print $2 }' |
+        sort -u | grep -v '^/usr/bin/md5sum$'
 }
 
 # Checks every destination; prints the lost ones; returns their count in $lost.
@@ -83,54 +94,97 @@ check_files() {
     done
 }
 
-phase_of() { # the phase a log's last line belongs to
-    case $(tail -n 1 "$1" 2>/dev/null) in
-        *系统镜像*|*升级系统*) echo system ;;
-        *运行环境*) echo runtime ;;
-        *升级工程*|*工程*) echo project ;;
-        *标识*) echo identity ;;
-        *删除*) echo delete ;;
-        *拷贝*|*crc*|*CRC*) echo copy ;;
-        *) echo other ;;
-    esac
+# The phase of the update a cut log ended in, from the reference log's lines up to its length. A
+# set's copies are logged as they are staged; once its last one is, its commit has begun.
+phase_of() {
+    awk -v cut="$(wc -l < "$1")" '{ line[NR] = $0 } END {
+        p = "start"
+        for (i = 1; i <= cut && i <= NR; i++) {
+            s = line[i]
+            if (s ~ /正在进行升级系统/) p = "system-copy"
+            if (s ~ /正在升级运行环境/) p = "runtime"
+            if (s ~ /开始更新用户工程/) p = "project"
+            if (s ~ /正在进行升级U盘标识/) p = "identity-copy"
+            if (s ~ /开始拷贝指定文件/) p = "package-copy"
+            if (s ~ /开始删除指定文件/) p = "delete"
+            if (s ~ /给指定文件赋予可执行权限/) p = "rights-services-command"
+            if (s ~ /^拷贝文件.*成功！$/ && line[i + 1] !~ /^拷贝文件/) sub(/-copy$/, "-commit", p)
+        }
+        print p }' "$work/reference.log"
 }
 
-# Reference run, to know the whole log and how long a run takes.
+# Reference run, to know the whole log, how long a run takes and when its update begins (the log's
+# first line): cuts during the program's start-up would all test the same thing.
 simulate
-simulate # the second, warm run times the update as the cuts will see it
+# The second, warm run times the update as the cuts will see it.
+simulate KELSIM_DURING='s=$(date +%s%N); until [ -s /media/usb0/update.log ]; do sleep 0.002; done
+    echo $((($(date +%s%N) - s) / 1000000)) > /tmp/log-begins-ms'
 cp "$work/stick/update.log" "$work/reference.log"
 total=$(cat "$panel/run/elapsed-ms.txt")
+begins=$(cat "$panel/tmp/log-begins-ms")
 head -n 1 "$work/reference.log" | grep -q "成功" || { echo "the reference run failed"; cat "$work/last-run.txt"; exit 1; }
-echo "reference run: $total ms, $(wc -l < "$work/reference.log") log lines"
+echo "reference run: $total ms, the update from $begins ms on, $(wc -l < "$work/reference.log") log lines"
 
-# Power cuts spread over the whole run.
+# After a run that was killed: checks the files and that the log holds every line written before
+# the cut, in order, whole; counts the cut and its phase.
+check_cut() {
+    [ "$(cat "$panel/run/status.txt")" = 137 ] || [ "$(cat "$panel/run/status.txt")" = 9 ] || return 0
+    injected=$((injected + 1))
+    [ -f "$work/stick/update.log" ] || : > "$work/stick/update.log" # cut before the log began
+    phase=$(phase_of "$work/stick/update.log")
+    phases="$phases $phase"
+    check_files "$1, phase $phase"
+    lost_total=$((lost_total + lost))
+    tail -n +2 "$work/stick/update.log" > "$work/cut.log"
+    tail -n +2 "$work/reference.log" | head -n "$(wc -l < "$work/cut.log")" > "$work/prefix.log"
+    if ! cmp -s "$work/cut.log" "$work/prefix.log"; then
+        logs_bad=$((logs_bad + 1))
+        echo "    LOG differs from the reference after the $1"
+    fi
+    case $phase in runtime|project) partial=$((partial + 1)) ;; esac
+}
+phase_counts() { echo "$phases" | tr ' ' '\n' | grep . | sort | uniq -c | awk '{ printf " %s %s", $2, $1 }'; }
+
+# Power cuts spread over the update. Runs vary in length, so a cut near the end may come after the
+# program ended: a second pass cuts between the points of the first until enough cuts landed.
 injected=0 lost_total=0 partial=0 logs_bad=0 phases=""
 i=1
-while [ $i -le "$cuts" ]; do
-    at=$(awk -v t="$total" -v i="$i" -v n="$cuts" 'BEGIN { printf "%.3f", t * i / (n + 1) / 1000 }')
+while [ "$injected" -lt "$cuts" ] && [ $i -le $((2 * cuts)) ]; do
+    at=$(awk -v t="$total" -v b="$begins" -v i="$i" -v n="$cuts" 'BEGIN {
+        k = i <= n ? i : i - n - 0.5; printf "%.3f", (b + (t - b) * k / (n + 1)) / 1000 }')
     simulate KELSIM_KILL_AFTER="$at"
     [ -n "${FAULTS_DEBUG:-}" ] && echo "cut at $at: status $(cat "$panel/run/status.txt"), $(cat "$panel/run/elapsed-ms.txt") ms"
-    if [ "$(cat "$panel/run/status.txt")" = 137 ] || [ "$(cat "$panel/run/status.txt")" = 9 ]; then
-        injected=$((injected + 1))
-        [ -f "$work/stick/update.log" ] || : > "$work/stick/update.log" # cut before the log began
-        phase=$(phase_of "$work/stick/update.log")
-        phases="$phases $phase"
-        check_files "power cut at ${at}s, phase $phase"
-        lost_total=$((lost_total + lost))
-        # Every line written before the cut is there, in order, whole.
-        tail -n +2 "$work/stick/update.log" > "$work/cut.log"
-        tail -n +2 "$work/reference.log" | head -n "$(wc -l < "$work/cut.log")" > "$work/prefix.log"
-        if ! cmp -s "$work/cut.log" "$work/prefix.log"; then
-            logs_bad=$((logs_bad + 1))
-            echo "    LOG differs from the reference after a cut at ${at}s"
-        fi
-        case $phase in runtime|project) partial=$((partial + 1)) ;; esac
-    fi
+    check_cut "power cut at ${at}s"
     i=$((i + 1))
 done
 echo "power cut: $injected faults injected, $lost_total files lost, $logs_bad logs incomplete;" \
-     "phases:$(echo "$phases" | tr ' ' '\n' | grep . | sort | uniq -c | awk '{ printf " %s %s", $2, $1 }')"
+     "phases:$(phase_counts)"
 echo "           cuts inside the runtime or project item (installed partly by design): $partial"
+
+# Power cuts at the file system's own steps: the program killed just as it asks for each of its
+# renames and removals (its children's are not counted), found by tracing a reference run.
+timed_injected=$injected timed_lost=$lost_total timed_logs_bad=$logs_bad
+injected=0 lost_total=0 logs_bad=0 partial=0 phases=""
+mutations="renameat2 rename renameat unlink unlinkat rmdir" traced=0
+simulate KELSIM_WRAPPER="strace -qq -o /tmp/mutations.txt -e trace=$(echo $mutations | tr ' ' ,)"
+cp "$panel/tmp/mutations.txt" "$work/mutations.txt"
+for call in $mutations; do
+    count=$(grep -c "^$call(" "$work/mutations.txt" || true)
+    traced=$((traced + count))
+    n=1
+    while [ "$n" -le "$count" ]; do
+        simulate KELSIM_WRAPPER="strace -qq -o /dev/null -e trace=$call -e inject=$call:signal=KILL:when=$n"
+        check_cut "cut before $call #$n"
+        n=$((n + 1))
+    done
+done
+precise_ok=no
+[ "$traced" -gt 0 ] && [ "$injected" = "$traced" ] && precise_ok=yes
+echo "cut before a rename or removal: $injected of $traced faults injected, $lost_total files lost," \
+     "$logs_bad logs incomplete; phases:$(phase_counts)"
+echo "           cuts inside the runtime or project item (installed partly by design): $partial"
+injected=$((timed_injected + injected)) lost_total=$((timed_lost + lost_total))
+logs_bad=$((timed_logs_bad + logs_bad))
 
 # A full disk under the package-wide destinations.
 set +e
@@ -162,6 +216,36 @@ for fraction in 0.2 0.35 0.5 0.65 0.8; do
 done
 echo "pulled stick: $pulled faults injected, $pulled_lost files lost, $pulled_failed runs reported [失败]"
 
+# A runtime that never exits: it runs as another user and the program may not signal it. Nobody is
+# asked in either mode; the program waits, touching nothing, until something ends it.
+runtime=unkillable
+simulate KELSIM_DURING="sleep 5; pkill -44 -x kelloadui.bin" # SIGRTMIN+10, from a later run
+quiet_changes=$(changed_paths | wc -l) quiet_status=$(cat "$panel/run/status.txt")
+grep -q "runtime after the run: running" "$work/last-run.txt" || quiet_status="runtime gone"
+(interactive=--interactive options="" limit=8; simulate)
+interactive_changes=$(changed_paths | wc -l) interactive_status=$(cat "$panel/run/status.txt")
+runtime=absent
+waited=no
+[ "$quiet_status" = 0 ] && [ "$interactive_status" = 124 ] && waited=yes
+echo "runtime that never exits: 2 faults injected, $((quiet_changes + interactive_changes)) files" \
+     "changed; waited until ended (quiet: by a later run, interactive: timed out): $waited"
+
+# A STOPPROC program that survives killall -9: a zombie keeps its name in the process list.
+simulate KELSIM_SETUP="cp /bin/true /tmp/plcbridge && (/tmp/plcbridge & exec sleep 1000) >/dev/null 2>&1 &"
+stop_changes=$(changed_paths | wc -l)
+stop_refused=no
+grep -q "停止 plcbridge 失败！" "$work/stick/update.log" && stop_refused=yes
+echo "STOPPROC surviving killall: 1 fault injected, $stop_changes files changed, red 2221 line: $stop_refused"
+
+# A failing md5sum: the runtime's checksum list cannot pass, so the installed runtime stays.
+simulate KELSIM_SETUP="printf '#!/bin/sh\necho md5sum: input/output error >&2\nexit 1\n' > /usr/bin/md5sum"
+md5_changes=$(changed_paths | grep -c -E '^/usr/vorn_app/(vorn_app|libvornui|libbig|kellogger|update.ini|version)')
+md5_report=$(head -n 1 "$work/stick/update.log" 2>/dev/null)
+echo "failing md5sum: 1 fault injected, $md5_changes runtime files changed, report $md5_report"
+
+refused_changes=$((quiet_changes + interactive_changes + stop_changes + md5_changes))
 total_lost=$((lost_total + pulled_lost))
-echo "TOTAL: $((injected + 1 + pulled)) faults injected, $total_lost files lost"
-[ "$total_lost" = 0 ] && [ "$full_ok" = yes ] && [ "$logs_bad" = 0 ]
+echo "TOTAL: $((injected + 1 + pulled + 4)) faults injected, $total_lost files lost," \
+     "$refused_changes files changed by refused runs"
+[ "$total_lost" = 0 ] && [ "$full_ok" = yes ] && [ "$precise_ok" = yes ] && [ "$logs_bad" = 0 ] && [ "$waited" = yes ] &&
+    [ "$stop_refused" = yes ] && [ "$refused_changes" = 0 ] && [ "$md5_report" = "[失败]" ]

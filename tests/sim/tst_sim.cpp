@@ -1,11 +1,16 @@
 #include "fixture.h"
+#include "qsettingsfactory.h"
 #include "sandbox.h"
 
 #include <QDir>
 #include <QImage>
 #include <QProcess>
+#include <QRandomGenerator>
 #include <QStandardPaths>
 #include <QtTest>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 // Whole updates of sticks on a simulated panel, through the simulator as an integrator runs it.
 class TestSim : public QObject
@@ -20,15 +25,32 @@ private slots:
     void stubbornRuntimeIsKilled();
     void interactiveRunCountsDownAndRestarts();
     void failingPackageTurnsTheScreenRed();
+    void tamperedRuntimeFileKeepsTheOldRuntime();
+    void garbageLanguageFileFallsBackToBuiltInTexts();
+    void hostilePackageFailsCleanly_data();
+    void hostilePackageFailsCleanly();
 
 private:
     // Runs kelsim on stick with extra simulator options and program options.
     QString simulate(const QString& stick, const QStringList& simOptions,
                      const QStringList& programOptions = {});
+    // Rewrites a scrambled manifest of the stick with one byte string replaced.
+    void editManifest(const QString& relativePath, const QByteArray& from, const QByteArray& to);
+    QString log() const;
     QString section(const QString& out, const QString& name) const;
     QString stick; // a fresh copy of the sample stick
     QString dir;
 };
+
+namespace {
+// The same random bytes on every run, so that a failure can be repeated.
+QByteArray garbage(int size)
+{
+    QByteArray bytes(size, Qt::Uninitialized);
+    QRandomGenerator(42).fillRange(reinterpret_cast<quint32*>(bytes.data()), size / 4);
+    return bytes;
+}
+} // namespace
 
 void TestSim::initTestCase()
 {
@@ -64,13 +86,30 @@ QString TestSim::simulate(const QString& stickDir, const QStringList& simOptions
     return QString::fromUtf8(sim.readAll());
 }
 
+void TestSim::editManifest(const QString& relativePath, const QByteArray& from,
+                           const QByteArray& to)
+{
+    const QString path = stick + "/" + relativePath;
+    const QString plain = dir + "/plain.ini";
+    QVERIFY(QSettingsFactory::decryptFile(path, plain, QSettingsFactory::CRYPT_CHECKED));
+    QByteArray text = fixture::readFile(plain);
+    QVERIFY2(text.contains(from), from.constData());
+    fixture::writeFile(plain, text.replace(from, to));
+    QVERIFY(QSettingsFactory::encryptFile(plain, path));
+}
+
+QString TestSim::log() const
+{
+    return QString::fromUtf8(fixture::readFile(stick + "/update.log"));
+}
+
 QString TestSim::section(const QString& out, const QString& name) const
 {
     const int start = out.indexOf("== " + name + "\n");
     if (start < 0)
         return QString();
     const int body = start + name.size() + 4;
-    const int end = out.indexOf("\n== ", body);
+    const int end = out.indexOf("\n== ", body - 1); // body - 1: the section may be empty
     return out.mid(body, end < 0 ? -1 : end - body + 1);
 }
 
@@ -148,6 +187,114 @@ void TestSim::failingPackageTurnsTheScreenRed()
     fixture::writeFile(stick + "/update/files/panel.conf", "bright=100\n");
     const QString quiet = simulate(stick, {}, {"-s", "-nr"});
     QCOMPARE(section(quiet, "report"), QString::fromUtf8("[失败]\n"));
+}
+
+void TestSim::tamperedRuntimeFileKeepsTheOldRuntime()
+{
+    fixture::writeFile(stick + "/update/vorn_app/libvornui.so.1.2.0", "tampered\n");
+    const QString out = simulate(stick, {}, {"-s", "-nr"});
+    QCOMPARE(section(out, "report"), QString::fromUtf8("[失败]\n"));
+    QVERIFY2(log().contains(QString::fromUtf8("运行环境升级校验:校验失败!")), qPrintable(log()));
+    const QString changes = section(out, "panel changes");
+    for (const char* runtimeFile :
+         {"/usr/vorn_app/vorn_app ", "/usr/vorn_app/libvornui.so.1 ", "/usr/vorn_app/kellogger "})
+        QVERIFY2(!changes.contains(runtimeFile), qPrintable(changes));
+    QVERIFY(!section(out, "panel actions").contains("clear saved data"));
+}
+
+void TestSim::garbageLanguageFileFallsBackToBuiltInTexts()
+{
+    fixture::writeFile(stick + "/language/0000.lan", garbage(5000));
+    const QString out = simulate(stick, {}, {"-s", "-nr"});
+    QCOMPARE(section(out, "report"), QString::fromUtf8("[成功]\n"));
+    QVERIFY2(log().contains(QString::fromUtf8("开始升级...")), qPrintable(log()));
+}
+
+namespace {
+enum Damage
+{
+    Garbage,
+    Truncated,
+    Unscrambled,
+    BadFirstBlock,
+    Replaced
+};
+} // namespace
+Q_DECLARE_METATYPE(Damage)
+
+void TestSim::hostilePackageFailsCleanly_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<Damage>("damage");
+    QTest::addColumn<QByteArray>("from");
+    QTest::addColumn<QByteArray>("to");
+    QTest::addColumn<QString>("redLine");
+
+    const QString top = "update/update.ini", system = "update/system/update.ini";
+    const QString unreadable = QString::fromUtf8("配置文件update.ini解析失败...");
+    const QString checkFailed = QString::fromUtf8("升级系统校验:校验失败！");
+    QTest::newRow("garbage manifest")
+        << top << Garbage << QByteArray() << QByteArray() << unreadable;
+    QTest::newRow("plain manifest")
+        << top << Unscrambled << QByteArray() << QByteArray() << unreadable;
+    QTest::newRow("bad first block")
+        << top << BadFirstBlock << QByteArray() << QByteArray() << unreadable;
+    QTest::newRow("garbage item manifest") << system << Garbage << QByteArray() << QByteArray()
+                                           << QString::fromUtf8("升级系统校验:配置信息解析失败!");
+    QTest::newRow("truncated item manifest")
+        << system << Truncated << QByteArray() << QByteArray() << checkFailed;
+    QTest::newRow("non-UTF-8 source name")
+        << system << Replaced << QByteArray("./payload/time.conf")
+        << QByteArray("./payload/\xff\xfe.conf") << checkFailed;
+    QTest::newRow("4,000-character destination")
+        << system << Replaced << QByteArray("/usr/vorn_app/etc/time.conf")
+        << "/usr/vorn_app/etc/" + QByteArray(4000, 'a')
+        << QString::fromUtf8("升级系统:升级系统失败");
+    QTest::newRow("unknown mode") << system << Replaced << QByteArray("MODE=0")
+                                  << QByteArray("MODE=7") << checkFailed;
+}
+
+void TestSim::hostilePackageFailsCleanly()
+{
+    QFETCH(QString, file);
+    QFETCH(Damage, damage);
+    QFETCH(QByteArray, from);
+    QFETCH(QByteArray, to);
+    QFETCH(QString, redLine);
+
+    const QString path = stick + "/" + file;
+    QByteArray bytes = fixture::readFile(path);
+    switch (damage) {
+    case Garbage:
+        fixture::writeFile(path, garbage(3000));
+        break;
+    case Truncated:
+        fixture::writeFile(path, bytes.left(bytes.size() * 2 / 3));
+        break;
+    case Unscrambled:
+        QVERIFY(QSettingsFactory::decryptFile(path, dir + "/plain.ini",
+                                              QSettingsFactory::CRYPT_CHECKED));
+        QVERIFY(QFile::remove(path) && QFile::rename(dir + "/plain.ini", path));
+        break;
+    case BadFirstBlock:
+        fixture::writeFile(path,
+                           bytes.replace(0, 8, QByteArray("\xde\xad\xbe\xef\xde\xad\xbe\xef")));
+        break;
+    case Replaced:
+        editManifest(file, from, to);
+        if (to.contains('\xff')) { // the file exists on the stick under its raw name
+            const QByteArray raw = QFile::encodeName(stick + "/update/system/") + to.mid(2);
+            const int fd = ::open(raw.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+            QVERIFY(fd >= 0);
+            ::close(fd);
+        }
+        break;
+    }
+    const QString out = simulate(stick, {"--runtime", "absent"}, {"-s", "-nr"});
+    QCOMPARE(section(out, "report"), QString::fromUtf8("[失败]\n"));
+    QVERIFY2(log().contains(redLine), qPrintable(log()));
+    QCOMPARE(section(out, "panel changes"), QString());
+    QVERIFY(section(out, "panel actions").contains("program exit status: 0"));
 }
 
 QTEST_GUILESS_MAIN(TestSim)
