@@ -8,7 +8,7 @@
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 top="$here/.."
-build=${KEL_BUILD_DIR:-$top/build}
+build=$(realpath "${KEL_BUILD_DIR:-$top/build}")
 cuts=${1:-60}
 work="$build/faults"
 rm -rf "$work"

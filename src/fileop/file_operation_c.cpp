@@ -1,5 +1,6 @@
 #include "file_operation_c.h"
 
+#include "checksum_memo.h"
 #include "do_cmd.h"
 #include "file_copier.h"
 #include "multilingual_management.h"
@@ -133,7 +134,9 @@ bool file_operation_c::isFileCheckedCRC32(const copyFileInfo_s& info, downLoadSt
         return true;
     const QString path = status == CHECK_SOURCE ? info.srcPath : info.destPath + ".tmp";
     quint32 crc = 0;
-    const bool match = FileCopier::crc32Of(path, &crc) && crcText(crc) == info.crc32.toUpper();
+    const bool read = status == CHECK_SOURCE ? ChecksumMemo::crc32Of(path, &crc)
+                                             : FileCopier::crc32Of(path, &crc);
+    const bool match = read && crcText(crc) == info.crc32.toUpper();
     if (!match)
         emit emitMessage(kel::text(2211).arg(path), Qt::red);
     return match;

@@ -1,5 +1,6 @@
 #include "downLoadPro.h"
 
+#include "checksum_memo.h"
 #include "def.h"
 #include "disk_room.h"
 #include "file_copier.h"
@@ -135,8 +136,12 @@ bool downLoadPro::checkFileCRC(downLoadStatus status)
             emit emitMessage(kel::text(installed ? 2167 : 2168).arg(path), Qt::red);
             return false;
         }
+        // The package's files are checked before the update and again here: an unchanged one is
+        // not read twice. The installed files are always read.
         quint32 crc = 0;
-        if (!CalcFileCrc(QFile::encodeName(path), crc) || QString::number(crc, 16) != info.crc) {
+        const bool computed = installed ? CalcFileCrc(QFile::encodeName(path), crc)
+                                        : ChecksumMemo::crc32Of(path, &crc);
+        if (!computed || QString::number(crc, 16) != info.crc) {
             emit emitMessage(kel::text(installed ? 2169 : 2170).arg(path), Qt::red);
             return false;
         }
