@@ -37,6 +37,9 @@ done
 sed -i "s/^COPYFILENUM=2/COPYFILENUM=$n/" "$tree/system/update.ini"
 printf "\n$records" >> "$tree/system/update.ini"
 blob "$tree/vorn_app/libbig.so.1.0.0" 8000000
+# An old log tree to delete, so that cuts land in the delete phase as well.
+sed -i "s/^DELFILENUM=1/DELFILENUM=2/" "$tree/update.ini"
+printf "\n[DELFILE2]\nSRCPATH=/usr/vorn_app/oldlogs\nMODE=2\nAUTHORITY=1\nPRIORITY=2\n" >> "$tree/update.ini"
 # ps lists at most 15 characters of a program's name; the STOPPROC fault needs a short one.
 sed -i 's/^STOPPROC=.*/STOPPROC=plcbridge/' "$tree/update.ini"
 "$build/tools/kelpack" build "$tree" "$work/stick" --program "$build/src/kelloadui.bin" >/dev/null
@@ -47,6 +50,10 @@ seed="$work/seed"
 mkdir -p "$seed/usr/vorn_app/data" "$seed/usr/vorn_app/sys"
 for i in 1 2 3 4 5 6; do echo "old blob $i" > "$seed/usr/vorn_app/data/blob$i.bin"; done
 for i in 1 2 3 4; do echo "old sys $i" > "$seed/usr/vorn_app/sys/sys$i.bin"; done
+for d in a b; do
+    mkdir -p "$seed/usr/vorn_app/oldlogs/$d"
+    for i in 1 2 3; do echo "old log $i" > "$seed/usr/vorn_app/oldlogs/$d/log$i.txt"; done
+done
 destinations="config/panel.conf kelinfo/panel.id etc/time.conf
               data/blob1.bin data/blob2.bin data/blob3.bin data/blob4.bin data/blob5.bin data/blob6.bin
               sys/sys1.bin sys/sys2.bin sys/sys3.bin sys/sys4.bin"
