@@ -5,6 +5,7 @@
 #include "sandbox.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -25,12 +26,15 @@ private slots:
     void refusals_data();
     void refusals();
     void buildRefusesCutValues();
+    void buildNeverLosesFiles_data();
+    void buildNeverLosesFiles();
     void buildWritesWhatReadsBack();
     void verifyFindings_data();
     void verifyFindings();
 
 private:
-    int kelpack(const QStringList& args, QByteArray* out = nullptr);
+    int kelpack(const QStringList& args, QByteArray* out = nullptr, QByteArray* err = nullptr,
+                const QString& workDir = QString());
     // A copy of the sample package tree with one text replaced in one of its files.
     QString sampleTree(const QString& file = {}, const QString& from = {}, const QString& to = {});
     QString dir;
@@ -42,13 +46,17 @@ void TestKelpack::initTestCase()
     dir = sandbox::makeScratchDir("kelpack");
 }
 
-int TestKelpack::kelpack(const QStringList& args, QByteArray* out)
+int TestKelpack::kelpack(const QStringList& args, QByteArray* out, QByteArray* err,
+                         const QString& workDir)
 {
     QProcess tool;
+    tool.setWorkingDirectory(workDir);
     tool.start(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack", args);
     tool.waitForFinished();
     if (out)
         *out = tool.readAllStandardOutput();
+    if (err)
+        *err = tool.readAllStandardError();
     return tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
 }
 
@@ -100,6 +108,9 @@ void TestKelpack::refusals_data()
     QTest::addColumn<int>("status");
     QTest::newRow("no command") << QStringList() << 2;
     QTest::newRow("unknown command") << QStringList{"explode"} << 2;
+    QTest::newRow("unknown option") << QStringList{"build", "a", "b", "--forse"} << 2;
+    QTest::newRow("option without value") << QStringList{"build", "a", "b", "--program"} << 2;
+    QTest::newRow("help") << QStringList{"--help"} << 0;
     QTest::newRow("missing input") << QStringList{"scramble", "/nonexistent", "/dev/null"} << 1;
     QTest::newRow("not scrambled") << QStringList{"unscramble", "/etc/hostname", "/dev/null"} << 1;
     QTest::newRow("unreadable file for crc") << QStringList{"crc", "/nonexistent"} << 1;
@@ -116,6 +127,7 @@ QString TestKelpack::sampleTree(const QString& file, const QString& from, const 
 {
     const QString tree = dir + "/tree";
     QDir(tree).removeRecursively();
+    QDir(dir + "/out").removeRecursively(); // the stick of the previous case
     QProcess::execute("cp",
                       {"-R", QStringLiteral(KEL_SOURCE_DIR) + "/examples/sample/package", tree});
     if (!file.isEmpty()) {
@@ -132,6 +144,116 @@ void TestKelpack::buildRefusesCutValues()
     const QString tree = sampleTree("system/update.ini", "PRIORITY=2", "PRIORITY=2; first");
     QCOMPARE(kelpack({"build", tree, dir + "/out", "--program", KEL_PROGRAM_PATH}), 1);
     QVERIFY(!QFileInfo::exists(dir + "/out/update/update.ini"));
+}
+
+namespace {
+// Every file under root with its bytes, by path relative to root.
+QMap<QString, QByteArray> filesUnder(const QString& root)
+{
+    QMap<QString, QByteArray> files;
+    QDirIterator it(root, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        files.insert(path.mid(root.size() + 1), fixture::readFile(path));
+    }
+    return files;
+}
+} // namespace
+
+void TestKelpack::buildNeverLosesFiles_data()
+{
+    QTest::addColumn<QString>("setup"); // shell lines run in the scratch folder first
+    QTest::addColumn<QString>("workDir");
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QStringList>("messages");
+    QTest::addColumn<QStringList>("gone"); // files expected to be replaced by the build
+
+    const QString notes = "mkdir -p out/old && echo notes > out/notes.txt && echo x > out/old/x";
+    QTest::newRow("non-empty folder")
+        << notes << "." << QStringList{"tree", "out"} << 1
+        << QStringList{"out: the folder is not empty", "give --force"} << QStringList();
+    QTest::newRow("the tree itself from inside it")
+        << ""
+        << "tree" << QStringList{".", "."} << 1
+        << QStringList{"tree: the output folder is the package tree or lies inside it"}
+        << QStringList();
+    QTest::newRow("a folder inside the tree")
+        << ""
+        << "." << QStringList{"tree", "tree/files/stick"} << 1
+        << QStringList{"is the package tree or lies inside it"} << QStringList();
+    QTest::newRow("a folder holding the tree")
+        << ""
+        << "tree" << QStringList{".", ".."} << 1
+        << QStringList{"the output folder holds the package tree"} << QStringList();
+    QTest::newRow("link out of the tree")
+        << "ln -s /etc/passwd tree/files/pw"
+        << "." << QStringList{"tree", "out"} << 1
+        << QStringList{"tree/files/pw: a link to /etc/passwd outside the package tree"}
+        << QStringList();
+    QTest::newRow("dangling link")
+        << "ln -s gone.conf tree/files/pw"
+        << "." << QStringList{"tree", "out"} << 1
+        << QStringList{"tree/files/pw: a link to %1/tree/files/gone.conf, which does not exist"}
+        << QStringList();
+    QTest::newRow("junk of other systems")
+        << "touch tree/.DS_Store tree/files/._panel.conf tree/system/Thumbs.db "
+           "tree/DESKTOP.INI && mkdir -p tree/__MACOSX/files && touch tree/__MACOSX/files/x"
+        << "." << QStringList{"tree", "out"} << 0
+        << QStringList{"kelpack: warning: " + QString("%1/tree/.DS_Store: left out"),
+                       "tree/files/._panel.conf: left out", "tree/system/Thumbs.db: left out",
+                       "tree/DESKTOP.INI: left out", "tree/__MACOSX: left out"}
+        << QStringList();
+    QTest::newRow("forced over an old stick")
+        << notes + " && mkdir -p out/update out/qws && echo a > out/update/old && echo b > "
+                   "out/qws/qwsserver"
+        << "." << QStringList{"tree", "out", "--force"} << 0 << QStringList()
+        << QStringList{"out/update/old", "out/qws/qwsserver"};
+}
+
+void TestKelpack::buildNeverLosesFiles()
+{
+    QFETCH(QString, setup);
+    QFETCH(QString, workDir);
+    QFETCH(QStringList, args);
+    QFETCH(int, status);
+    QFETCH(QStringList, messages);
+    QFETCH(QStringList, gone);
+    const QString scratch = dir + "/safe";
+    QDir(scratch).removeRecursively();
+    QDir().mkpath(scratch);
+    QVERIFY(
+        QProcess::execute("cp", {"-R", QStringLiteral(KEL_SOURCE_DIR) + "/examples/sample/package",
+                                 scratch + "/tree"}) == 0);
+    if (!setup.isEmpty())
+        QCOMPARE(QProcess::execute("sh", {"-c", "cd " + scratch + " && " + setup}), 0);
+    const QMap<QString, QByteArray> before = filesUnder(scratch);
+
+    QByteArray err;
+    QCOMPARE(kelpack(QStringList{"build"} + args + QStringList{"--program", KEL_PROGRAM_PATH},
+                     nullptr, &err, scratch + "/" + workDir),
+             status);
+    for (const QString& message : messages)
+        QVERIFY2(err.contains(QString(message).replace("%1", scratch).toUtf8()), err.constData());
+    const QMap<QString, QByteArray> after = filesUnder(scratch);
+    for (auto file = before.begin(); file != before.end(); ++file) {
+        if (!gone.contains(file.key()))
+            QVERIFY2(after.value(file.key()) == file.value(), qPrintable(file.key()));
+        else
+            QVERIFY2(!after.contains(file.key()), qPrintable(file.key()));
+    }
+    // No staging folder is left behind, and a refused build writes nothing at all.
+    for (const QString& path : after.keys())
+        QVERIFY2(!path.contains(".kelpack"), qPrintable(path));
+    if (status != 0)
+        QCOMPARE(after.size(), before.size());
+    else
+        QVERIFY(!fixture::readFile(scratch + "/out/update/update.ini").isEmpty());
+    const QRegularExpression junk(
+        "(^|/)(\\.DS_Store|\\._[^/]*|__MACOSX|Thumbs\\.db|desktop\\.ini)(/|$)",
+        QRegularExpression::CaseInsensitiveOption);
+    for (const QString& path : after.keys())
+        QVERIFY2(!path.startsWith("out/") || !junk.match(path).hasMatch(), qPrintable(path));
 }
 
 void TestKelpack::buildWritesWhatReadsBack()

@@ -1,9 +1,10 @@
 #include "stick_builder.h"
 
 #include "package_writer.h"
+#include "stick_output.h"
+#include "tree_copier.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
@@ -24,8 +25,10 @@ QSettings* openPlain(const QString& path)
 
 } // namespace
 
-StickBuilder::StickBuilder(const QString& treeDir, const QString& outDir, const QString& program)
-    : m_tree(QDir(treeDir).absolutePath()), m_out(QDir(outDir).absolutePath()), m_program(program)
+StickBuilder::StickBuilder(const QString& treeDir, const QString& outDir, const QString& program,
+                           bool force)
+    : m_tree(QDir(treeDir).absolutePath()), m_out(QDir(outDir).absolutePath()), m_program(program),
+      m_force(force)
 {
 }
 
@@ -37,14 +40,22 @@ bool StickBuilder::fail(const QString& message)
 
 bool StickBuilder::build()
 {
-    // A half-built stick must never be copied to a panel.
-    if (buildStick())
+    if (!QFileInfo(m_tree).isDir())
+        return fail(m_tree + ": the package tree does not exist or is not a folder");
+    StickOutput output(m_out, m_force);
+    if (!output.check(m_tree) || !output.prepare())
+        return fail(output.error());
+    // A half-built stick must never be copied to a panel: it stays in the staging folder.
+    QStringList entries;
+    if (buildStick(output.stagingDir(), &entries) && output.commit(entries))
         return true;
-    QDir(m_out).removeRecursively();
+    if (m_error.isEmpty())
+        m_error = output.error();
+    output.discard();
     return false;
 }
 
-bool StickBuilder::buildStick()
+bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
 {
     const QString recipePath = m_tree + "/" + kRecipe;
     if (!QFileInfo::exists(recipePath))
@@ -52,20 +63,25 @@ bool StickBuilder::buildStick()
     QSettings recipe(recipePath, QSettings::IniFormat);
     recipe.setIniCodec("UTF-8");
     const QString folder = recipe.value("stick/folder", "update").toString();
-    if (folder.isEmpty() || folder.contains('/'))
-        return fail(recipePath + ": stick/folder must be one plain folder name");
+    if (folder.isEmpty() || folder.contains('/') || folder.startsWith('.') ||
+        folder == "language" || folder == "config" || folder == "qws")
+        return fail(recipePath + ": [stick] folder=" + folder +
+                    " must be one plain folder name other than language, config and qws");
     if (m_program.isEmpty())
         m_program = QDir(m_tree).absoluteFilePath(recipe.value("stick/program").toString());
     if (!QFileInfo(m_program).isFile())
         return fail("the program " + m_program + " does not exist (give --program PATH)");
+    *entries = QStringList{folder, "language", "config", "qws"};
 
-    QDir(m_out).removeRecursively();
-    const QString package = m_out + "/" + folder;
-    if (!QDir().mkpath(package) || !QDir().mkpath(m_out + "/config") ||
-        !QDir().mkpath(m_out + "/language"))
-        return fail(m_out + ": cannot be created");
-    if (!copyTree(m_tree, package))
-        return false;
+    const QString package = stick + "/" + folder;
+    if (!QDir().mkdir(package) || !QDir().mkdir(stick + "/config") ||
+        !QDir().mkdir(stick + "/language"))
+        return fail(stick + ": cannot be written");
+    TreeCopier copier(m_tree);
+    const bool copied = copier.copyTo(package);
+    m_warnings = copier.warnings();
+    if (!copied)
+        return fail(copier.error());
     QFile::remove(package + "/" + kRecipe);
     if (!QFile::copy(m_program, package + "/kelloadui.bin"))
         return fail(package + "/kelloadui.bin: cannot be written");
@@ -77,13 +93,13 @@ bool StickBuilder::buildStick()
     if (!languages.isEmpty()) {
         QDir lanDir(QDir(m_tree).absoluteFilePath(languages));
         for (const QString& name : lanDir.entryList({"*.lan"}, QDir::Files)) {
-            if (!QFile::copy(lanDir.filePath(name), m_out + "/language/" + name))
-                return fail(m_out + "/language/" + name + ": cannot be written");
+            if (!QFile::copy(lanDir.filePath(name), stick + "/language/" + name))
+                return fail(stick + "/language/" + name + ": cannot be written");
         }
         QFile::remove(package + "/" + languages); // copied with the tree, belongs beside it
         QDir(package + "/" + languages).removeRecursively();
     }
-    QFile config(m_out + "/config/vornUpdateSet.ini");
+    QFile config(stick + "/config/vornUpdateSet.ini");
     if (!config.open(QIODevice::WriteOnly))
         return fail(config.fileName() + ": cannot be written");
     config.write("[tool_language]\ntype=" +
@@ -106,21 +122,6 @@ bool StickBuilder::buildStick()
     if (!QFileInfo::exists(package + "/update.ini"))
         return fail(m_tree + "/update.ini: the package manifest is missing");
     return writeManifest(package, "update.ini", true, false);
-}
-
-bool StickBuilder::copyTree(const QString& from, const QString& to)
-{
-    QDirIterator it(from, QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot,
-                    QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString source = it.next();
-        const QString target = to + source.mid(from.size());
-        QDir().mkpath(QFileInfo(target).absolutePath());
-        if (!QFile::copy(source, target))
-            return fail(target + ": cannot be written");
-        QFile::setPermissions(target, QFile::permissions(source));
-    }
-    return true;
 }
 
 bool StickBuilder::fillAuto(QSettings& source, const QString& dir, bool projectStyle,
