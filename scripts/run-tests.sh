@@ -11,9 +11,10 @@ echo "== fuzzing (FUZZ_SECONDS=${FUZZ_SECONDS:-60} per target)"
 scripts/fuzz.sh
 
 echo "== the suite under the sanitizers"
-cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DKEL_SANITIZE=ON >/dev/null
-cmake --build build-asan -j"$(nproc)" >/dev/null
-(cd build-asan && ctest --output-on-failure -j2)
+asan=${KEL_ASAN_BUILD_DIR:-build-asan}
+cmake -S . -B "$asan" -DCMAKE_BUILD_TYPE=Debug -DKEL_SANITIZE=ON >/dev/null
+cmake --build "$asan" -j"$(nproc)" >/dev/null
+(cd "$asan" && ctest --output-on-failure -j2)
 
 echo "== the suite"
 cd build

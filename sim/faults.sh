@@ -77,10 +77,12 @@ simulate() { # fresh panel from the seed, then one quiet run with the given faul
         ${interactive:-} "$work/stick" ${options--s -nr} \
         > "$work/last-run.txt" 2>&1 || true
 }
-# Paths whose content, mode or presence the last run changed (except a replaced md5sum).
+# Paths whose content, mode or presence the last run changed, on the panel or anywhere else in
+# the sealed session (except the program's scratch files in /tmp and a replaced md5sum).
 changed_paths() {
-    diff "$panel/run/before.txt" "$panel/run/after.txt" | awk '/^[<>]/ { print $2 }' |
-        sort -u | grep -v '^/usr/bin/md5sum$'
+    { diff "$panel/run/before.txt" "$panel/run/after.txt" | awk '/^[<>]/ { print $2 }'
+      "$here/seal.sh" --changes "$panel" | awk '{ print $2 }'; } |
+        sort -u | grep -v -E '^(/usr/bin/md5sum|/tmp/.*)$' || true
 }
 
 # Checks every destination; prints the lost ones; returns their count in $lost.

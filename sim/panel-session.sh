@@ -1,25 +1,14 @@
 #!/bin/sh
-# The simulated panel, inside kelsim's private namespaces (see kelsim).
+# The simulated panel, run by kelsim inside a sealed session (see seal.sh): a display, the
+# stand-in runtime, the program with its time limit, screenshots, and the panel's state before
+# and after. Results go to $KELSIM_PANEL/run.
 set -eu
-panel=$KELSIM_PANEL run="$KELSIM_PANEL/run"
-mkdir -p "$panel/.overlay/usr" "$panel/.overlay/usr.work"
-mount --make-rprivate /
-mount -t overlay overlay -o "lowerdir=/usr,upperdir=$panel/.overlay/usr,workdir=$panel/.overlay/usr.work" /usr
-mount --bind "$panel/usr/vorn_app" /usr/vorn_app 2>/dev/null ||
-    { mkdir -p /usr/vorn_app && mount --bind "$panel/usr/vorn_app" /usr/vorn_app; }
-mount --bind "$panel/etc/systemd/system" /etc/systemd/system
-mount --bind "$panel/tmp" /tmp
-mkdir -p /media
-mount -t tmpfs stickmount /media
-mkdir -p /media/usb0
-mount --bind "$KELSIM_STICK" /media/usb0
+run="$KELSIM_PANEL/run"
+stick=/media/usb0
 
-snapshot() { # path, mode, link target or sha of every file the update may touch
+snapshot() { # path, mode, link target or sha of every file in the panel's directories
     list="$run/paths.txt"
-    { find /usr/vorn_app /etc/systemd/system \( -type f -o -type l \) 2>/dev/null
-      # Elsewhere in /usr only what the overlay holds can have changed.
-      (cd "$panel/.overlay/usr" && find . \( -type f -o -type l \) | sed 's|^\.|/usr|'); } |
-        sort > "$list"
+    find /usr/vorn_app /etc/systemd/system \( -type f -o -type l \) 2>/dev/null | sort > "$list"
     # A few processes for the whole list, not a few per file: packages hold thousands of files.
     tr '\n' '\0' < "$list" | xargs -0 -r sh -c '
         find "$@" -maxdepth 0 \( -type l -printf "L %p %l\n" \) -o \( -type f -printf "M %p %m\n" \)
@@ -29,19 +18,25 @@ snapshot() { # path, mode, link target or sha of every file the update may touch
             END { while ((getline f < list) > 0)
                       if (f in link) print f " link " link[f]; else if (f in hash) print f " " mode[f] " " hash[f] }'
 }
+# The stick is the user's own folder, written for real: size, time and mode show what changed.
+stick_state() { find "$stick" -mindepth 1 -printf '%p %y %s %T@ %m\n' | sort; }
+
 snapshot > "$run/before.txt"
+stick_state > "$run/stick-before.txt"
 # Fault injection: a shell snippet run on the prepared panel before the program starts.
 [ -n "${KELSIM_SETUP:-}" ] && sh -c "$KELSIM_SETUP"
 
-# The display: Xvfb at the panel's screen size, private to this session. A kept panel directory
-# may still hold the lock and socket of an earlier session's display.
-rm -f /tmp/.X7-lock /tmp/.X11-unix/X7
-Xvfb :7 -screen 0 "${KELSIM_SCREEN}x24" -nolisten tcp >"$run/xvfb.log" 2>&1 &
+# The display: a private Xvfb at the panel's screen size, at the first free display number.
+exec 3>"$run/display"
+Xvfb -displayfd 3 -screen 0 "${KELSIM_SCREEN}x24" -nolisten tcp >"$run/xvfb.log" 2>&1 &
+exec 3>&-
 # A loaded machine may need a while to bring the display up; without it the program cannot start.
-for _ in $(seq 300); do [ -e /tmp/.X11-unix/X7 ] && break; sleep 0.1; done
-[ -e /tmp/.X11-unix/X7 ] || { echo "kelsim: the virtual display did not start" >&2; exit 1; }
-export DISPLAY=:7 QT_QPA_PLATFORM=xcb
-shot() { [ "$KELSIM_SHOTS" = none ] || import -window root "png:$KELSIM_SHOTS/$1.png" 2>/dev/null || true; }
+for _ in $(seq 300); do [ -s "$run/display" ] && break; sleep 0.1; done
+[ -s "$run/display" ] || { echo "kelsim: the virtual display did not start (see $run/xvfb.log)" >&2; exit 1; }
+export DISPLAY=":$(cat "$run/display")" QT_QPA_PLATFORM=xcb
+frames="$run/frames"
+mkdir -p "$frames"
+shot() { import -window root "png:$1" 2>/dev/null || true; }
 
 case $KELSIM_RUNTIME in
     obey) bash -c 'exec -a /usr/vorn_app/vorn_app sleep 100000' & ;;
@@ -49,19 +44,24 @@ case $KELSIM_RUNTIME in
     unkillable) setpriv --reuid=65534 --regid=65534 --clear-groups \
                     bash -c 'exec -a /usr/vorn_app/vorn_app sleep 100000' & ;;
 esac
-# Without the right to signal other users' processes, every request to the runtime fails.
-guard=""
-[ "$KELSIM_RUNTIME" = unkillable ] && guard="setpriv --bounding-set=-kill --inh-caps=-kill"
+# The program may not mount (a remount could open the machine's settings to it); without the
+# right to signal other users' processes, every request to the runtime fails.
+drop=-sys_admin
+[ "$KELSIM_RUNTIME" = unkillable ] && drop="$drop,-kill"
+# The frames the program leaves behind are grabbed by a shim in the program itself.
+preload=""
+[ -n "$KELSIM_GRAB_LIB" ] && preload="LD_PRELOAD=$KELSIM_GRAB_LIB KELSIM_GRAB_DIR=$frames"
 sleep 0.2
 
-cd "/media/usb0/$KELSIM_PACKAGE"
+cd "$stick/$KELSIM_PACKAGE"
 started=$(date +%s%N)
-# shellcheck disable=SC2086
 # The program's own status and running time, recorded the moment it ends.
 (
     set +e
     # shellcheck disable=SC2086
-    timeout "$KELSIM_LIMIT" $guard ${KELSIM_WRAPPER:-} ./kelloadui.bin $KELSIM_OPTIONS >"$run/stdout.txt" 2>"$run/stderr.txt"
+    setpriv --bounding-set="$drop" --inh-caps="$drop" \
+        env $preload ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}verify_asan_link_order=0" \
+        ${KELSIM_WRAPPER:-} ./kelloadui.bin $KELSIM_OPTIONS >"$run/stdout.txt" 2>"$run/stderr.txt"
     echo $? > "$run/status.txt"
     echo $((($(date +%s%N) - started) / 1000000)) > "$run/elapsed-ms.txt"
 ) &
@@ -73,12 +73,24 @@ fi
 # Fault injection: a snippet run in the background while the program runs.
 [ -n "${KELSIM_DURING:-}" ] && sh -c "$KELSIM_DURING" &
 n=0
+deadline=$(($(date +%s) + KELSIM_LIMIT))
 while sleep 1 && kill -0 "$program" 2>/dev/null; do
     n=$((n + 1))
-    shot "$(printf 'screen-%03d' "$n")"
+    [ "$KELSIM_SHOTS" = none ] || shot "$KELSIM_SHOTS/$(printf 'screen-%03d' "$n").png"
+    if [ "$(date +%s)" -ge "$deadline" ]; then
+        # The screen as the program left it when its time ran out.
+        shot "$frames/limit.png"
+        echo timeout > "$run/timed-out"
+        pkill -TERM -x kelloadui.bin || true
+        sleep 2
+        pkill -KILL -x kelloadui.bin || true
+        break
+    fi
 done
 wait "$program" || true
-[ "$n" -gt 0 ] && cp "$KELSIM_SHOTS/$(printf 'screen-%03d' "$n").png" "$KELSIM_SHOTS/end.png" 2>/dev/null || true
+# As the timeout command reports a run it had to end.
+[ -f "$run/timed-out" ] && echo 124 > "$run/status.txt"
 snapshot > "$run/after.txt"
+stick_state > "$run/stick-after.txt"
 pgrep -f /usr/vorn_app/vorn_app >/dev/null && echo running > "$run/runtime.txt" || echo stopped > "$run/runtime.txt"
 sync

@@ -1,25 +1,95 @@
 #!/bin/sh
-# Prints what a kelsim run did: report line, log, panel changes, panel actions, screenshots.
+# Prints what a kelsim run did: report line, log, panel changes, changes elsewhere, panel actions,
+# screenshots; writes the run's outcome (kelsim's exit status) to PANEL/run/verdict.
+#   report.sh PANEL_DIR STICK_DIR
 set -u
+here=$(cd "$(dirname "$0")" && pwd)
 panel=$1 stick=$2 run="$1/run"
+shots=$(cat "$run/shots-dir")
+
+# Where a path of the panel lies on this machine: the panel's directories and /tmp are kept in
+# the panel directory, the stick is the stick, and everything else is in the sealed layers.
+on_machine() {
+    case $1 in
+        /usr/vorn_app/*|/etc/systemd/system/*) echo "$panel$1" ;;
+        /tmp/*) echo "$panel$1" ;;
+        /media/usb0/*) echo "$stick/${1#/media/usb0/}" ;;
+        *) while read -r layer point; do
+               case $1 in "${point%/}"/*) found="$panel/.seal/upper/$layer/${1#"${point%/}"/}" ;; esac
+           done < "$panel/.seal/layers"
+           echo "${found:-}" ;;
+    esac
+}
+# The log this run wrote: "-p PATH" or the default beside the package folder (or two levels up).
 log=""
-# Only a log written by this run counts.
-for candidate in "$stick/update.log" "$stick"/*/update.log; do
+package=$KELSIM_PACKAGE
+path=$(printf '%s\n' "$KELSIM_OPTIONS" | sed -n 's/.*-p \([^ ]*\).*/\1/p')
+if [ -n "$path" ]; then
+    case $path in /*) ;; *) path="/media/usb0/$package/$path" ;; esac
+    candidates=$(on_machine "$(realpath -m "$path")")
+else
+    candidates="$stick/update.log $stick/$package/update.log"
+fi
+for candidate in $candidates; do
     [ -f "$candidate" ] && [ "$candidate" -nt "$run/before.txt" ] && log=$candidate && break
 done
 echo "== report"
 if [ -n "$log" ]; then head -n 1 "$log"; else echo "(no log was written)"; fi
 echo "== log"
 if [ -n "$log" ]; then tail -n +2 "$log"; else echo "(none)"; fi
+
 echo "== panel changes"
 join -a1 -a2 -e '-' -o 0,1.2,1.3,2.2,2.3 "$run/before.txt" "$run/after.txt" 2>/dev/null | awk '
     $2 == "-" { print "added    " $1 " (" $4 " " $5 ")"; next }
     $4 == "-" { print "removed  " $1; next }
     $2 != $4 && $3 == $5 { print "mode     " $1 " " $2 " -> " $4; next }
     $3 != $5 || $2 != $4 { print "replaced " $1 " (" $4 " " $5 ")" }'
+
+echo "== changes elsewhere"
+{
+    # The simulator's own display files are not the program's doing.
+    "$here/seal-changes.sh" "$panel" | grep -v -E ' /tmp/(\.X[0-9]+-lock|\.X11-unix/)'
+    # The stick, written for real; the log is shown above.
+    join -a1 -a2 -e '-' -o 0,1.2,1.3,1.4,1.5,2.2,2.3,2.4,2.5 "$run/stick-before.txt" \
+        "$run/stick-after.txt" 2>/dev/null |
+        awk -v logfile="$log" -v stick="$stick" '
+            $2 == "d" || $6 == "d" || stick substr($1, 12) == logfile { next }
+            $2 == "-" { print "added    " $1 " (" $9 ")"; next }
+            $6 == "-" { print "removed  " $1; next }
+            $3 != $7 || $4 != $8 || $5 != $9 { print "changed  " $1 " (" $9 ")" }'
+} | sort -k 2,2
+
 echo "== panel actions"
-grep '^panel: ' "$run/stderr.txt" || echo "(none)"
+grep '^panel: ' "$run/stderr.txt" 2>/dev/null || echo "(none)"
 echo "runtime after the run: $(cat "$run/runtime.txt" 2>/dev/null)"
 echo "program exit status: $(cat "$run/status.txt" 2>/dev/null)"
+
+# The screen as the program left it: the last frame grabbed as its windows went (or at its time
+# limit), else the last periodic screenshot.
+end=$(ls -t "$run/frames"/*.png 2>/dev/null | head -n 1)
+[ -n "$end" ] || [ "$shots" = none ] || end=$(ls "$shots"/screen-*.png 2>/dev/null | tail -n 1)
 echo "== screenshots"
-ls "$panel/screenshots" 2>/dev/null | sed "s|^|$panel/screenshots/|" | tail -n 3
+if [ "$shots" != none ]; then
+    [ -n "$end" ] && cp "$end" "$shots/end.png"
+    ls "$shots" | sed "s|^|$shots/|" | tail -n 3
+fi
+
+# The outcome: a failure seen wins, then a run out of time, then the report's success.
+report=$([ -n "$log" ] && head -n 1 "$log")
+red=no
+if [ "$KELSIM_INTERACTIVE" = 1 ] && [ -n "$end" ]; then
+    case $(convert "$end" -format '%[pixel:p{5,5}]' info: 2>/dev/null) in red|'srgb(255,0,0)') red=yes ;; esac
+fi
+status=$(cat "$run/status.txt" 2>/dev/null)
+if [ "$report" = "[失败]" ] || [ "$red" = yes ]; then verdict=1
+elif [ -f "$run/timed-out" ]; then verdict=3
+elif [ "$report" = "[成功]" ]; then verdict=0
+elif [ "$KELSIM_INTERACTIVE" = 1 ] && [ "$status" = 0 ]; then verdict=0
+else verdict=1
+fi
+echo "$verdict" > "$run/verdict"
+case $verdict in
+    0) echo "kelsim: the update succeeded" ;;
+    1) echo "kelsim: the update failed" ;;
+    3) echo "kelsim: the program did not end within the time limit" ;;
+esac

@@ -2,11 +2,13 @@
 #include "qsettingsfactory.h"
 #include "sandbox.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QImage>
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QtTest>
 
 #include <fcntl.h>
@@ -22,6 +24,12 @@ private slots:
     void init();
     void cleanup();
     void sampleStickSucceeds();
+    void outsidePathsStayInTheSeal();
+    void twoRunsAtOnce();
+    void exitStatus_data();
+    void exitStatus();
+    void helpAndVersion_data();
+    void helpAndVersion();
     void stubbornRuntimeIsKilled();
     void interactiveRunCountsDownAndRestarts();
     void failingPackageTurnsTheScreenRed();
@@ -31,7 +39,8 @@ private slots:
     void hostilePackageFailsCleanly();
 
 private:
-    // Runs kelsim on stick with extra simulator options and program options.
+    // Runs kelsim on stick with extra simulator options and program options; its exit status
+    // lands in status.
     QString simulate(const QString& stick, const QStringList& simOptions,
                      const QStringList& programOptions = {});
     // Rewrites a scrambled manifest of the stick with one byte string replaced.
@@ -40,6 +49,7 @@ private:
     QString section(const QString& out, const QString& name) const;
     QString stick; // a fresh copy of the sample stick
     QString dir;
+    int status = -1;
 };
 
 namespace {
@@ -73,16 +83,25 @@ void TestSim::cleanup()
     QDir(dir).removeRecursively();
 }
 
+namespace {
+const QString kKelsim = QStringLiteral(KEL_SOURCE_DIR) + "/sim/kelsim";
+
+QString sha256(const QString& path)
+{
+    return QCryptographicHash::hash(fixture::readFile(path), QCryptographicHash::Sha256).toHex();
+}
+} // namespace
+
 QString TestSim::simulate(const QString& stickDir, const QStringList& simOptions,
                           const QStringList& programOptions)
 {
     QProcess sim;
     sim.setProcessChannelMode(QProcess::MergedChannels);
-    sim.start(QStringLiteral(KEL_SOURCE_DIR) + "/sim/kelsim",
-              QStringList{"--panel", dir + "/panel", "--timeout", "90"} + simOptions +
-                  QStringList{stickDir} + programOptions);
+    sim.start(kKelsim, QStringList{"--panel", dir + "/panel", "--timeout", "90"} + simOptions +
+                           QStringList{stickDir} + programOptions);
     if (!sim.waitForFinished(180000))
         sim.kill();
+    status = sim.exitStatus() == QProcess::NormalExit ? sim.exitCode() : -1;
     return QString::fromUtf8(sim.readAll());
 }
 
@@ -115,13 +134,13 @@ QString TestSim::section(const QString& out, const QString& name) const
 
 void TestSim::sampleStickSucceeds()
 {
-    const QString out = simulate(stick, {}, {"-s", "-nr"});
+    const QString out = simulate(stick, {"--screenshots", dir + "/shots"}, {"-s", "-nr"});
+    QCOMPARE(status, 0);
     QCOMPARE(section(out, "report"), QString::fromUtf8("[成功]\n"));
     const QStringList expected{
         "added    /etc/systemd/system/multi-user.target.wants/usr_kellogger.service (link "
         "/etc/systemd/system/usr_kellogger.service)",
         "added    /etc/systemd/system/usr_kellogger.service",
-        "added    /usr/local/bin/kelhelper (755",
         "added    /usr/vorn_app/config/command.out",
         "removed  /usr/vorn_app/config/obsolete.conf",
         "replaced /usr/vorn_app/config/panel.conf",
@@ -148,6 +167,123 @@ void TestSim::sampleStickSucceeds()
     QVERIFY(actions.contains("panel: clear saved data (mask 5, 0)"));
     QVERIFY(!actions.contains("restart"));
     QVERIFY(!actions.contains("beep"));
+    // The system item's helper lies outside the panel's directories: the seal keeps it.
+    QVERIFY2(section(out, "changes elsewhere").contains("added    /usr/local/bin/kelhelper (755 "),
+             qPrintable(out));
+    QVERIFY(!QFile::exists("/usr/local/bin/kelhelper"));
+    // The last screen: the dialog over the background as the program closed it, although a
+    // quiet run ends well within the first periodic screenshot.
+    const QImage end(dir + "/shots/end.png");
+    QVERIFY(!end.isNull());
+    QVERIFY(end.pixelColor(end.width() / 2, end.height() / 2) != end.pixelColor(5, 5));
+}
+
+void TestSim::outsidePathsStayInTheSeal()
+{
+    QTemporaryDir outside("/var/tmp/kelsim-outside-XXXXXX");
+    const QString folder = outside.path();
+    fixture::writeFile(folder + "/old.conf", "old\n");
+    const QString etcFile = "/etc/kelsim-" + QFileInfo(folder).fileName() + ".conf";
+    const QString cacheBefore = sha256("/etc/ld.so.cache");
+    editManifest("update/update.ini", "DESTPATH=/usr/vorn_app/config/panel.conf",
+                 "DESTPATH=" + folder.toUtf8() + "/modbus.conf");
+    editManifest("update/update.ini", "SRCPATH=/usr/vorn_app/config/obsolete.conf",
+                 "SRCPATH=" + folder.toUtf8() + "/old.conf");
+    editManifest("update/update.ini",
+                 "COMMAND=echo sample command ran > /usr/vorn_app/config/command.out",
+                 "COMMAND=echo ran > " + etcFile.toUtf8());
+    const QString out = simulate(stick, {"--runtime", "absent"}, {"-s", "-nr"});
+    QCOMPARE(status, 0);
+    // Nothing outside the panel changed on this machine...
+    QCOMPARE(fixture::readFile(folder + "/old.conf"), QByteArray("old\n"));
+    QVERIFY(!QFile::exists(folder + "/modbus.conf"));
+    QVERIFY(!QFile::exists(etcFile));
+    QCOMPARE(sha256("/etc/ld.so.cache"), cacheBefore);
+    // ...and the report shows all of it.
+    const QString elsewhere = section(out, "changes elsewhere");
+    for (const QString& line :
+         {"added    " + folder + "/modbus.conf (644 ", "removed  " + folder + "/old.conf",
+          "added    " + etcFile + " (644 "})
+        QVERIFY2(elsewhere.contains(line), qPrintable(elsewhere));
+}
+
+void TestSim::twoRunsAtOnce()
+{
+    // Different screen sizes: a program that reached the other run's display would show in the
+    // size of its last screen.
+    const QStringList screens{"800x480", "480x272"};
+    QProcess runs[2];
+    for (int i = 0; i < 2; ++i) {
+        const QString copy = dir + QString("/stick%1").arg(i);
+        QCOMPARE(QProcess::execute("cp", {"-R", stick, copy}), 0);
+        runs[i].setProcessChannelMode(QProcess::MergedChannels);
+        runs[i].start(kKelsim, {"--panel", dir + QString("/panel%1").arg(i), "--timeout", "90",
+                                "--screen", screens[i], copy, "-s", "-nr"});
+    }
+    for (int i = 0; i < 2; ++i) {
+        QVERIFY(runs[i].waitForFinished(180000));
+        const QString out = QString::fromUtf8(runs[i].readAll());
+        QVERIFY2(runs[i].exitCode() == 0 && section(out, "report") == QString::fromUtf8("[成功]\n"),
+                 qPrintable(out));
+        const QImage end(dir + QString("/panel%1/screenshots/end.png").arg(i));
+        QCOMPARE(QString("%1x%2").arg(end.width()).arg(end.height()), screens[i]);
+    }
+}
+
+void TestSim::exitStatus_data()
+{
+    QTest::addColumn<QStringList>("simOptions");
+    QTest::addColumn<QStringList>("programOptions");
+    QTest::addColumn<bool>("corrupt");
+    QTest::addColumn<int>("expected");
+    QTest::newRow("failed update") << QStringList() << QStringList{"-s", "-nr"} << true << 1;
+    QTest::newRow("no end in time")
+        << QStringList{"--timeout", "4"} << QStringList{"-s"} << false << 3;
+    QTest::newRow("unknown option") << QStringList{"--panl", "x"} << QStringList() << false << 2;
+    QTest::newRow("screenshots into a full folder")
+        << QStringList{"--screenshots", QStringLiteral(KEL_SOURCE_DIR)} << QStringList() << false
+        << 2;
+}
+
+void TestSim::exitStatus()
+{
+    QFETCH(QStringList, simOptions);
+    QFETCH(QStringList, programOptions);
+    QFETCH(bool, corrupt);
+    QFETCH(int, expected);
+    if (corrupt)
+        fixture::writeFile(stick + "/update/files/panel.conf", "bright=100\n");
+    simulate(stick, QStringList{"--runtime", "absent"} + simOptions, programOptions);
+    QCOMPARE(status, expected);
+}
+
+void TestSim::helpAndVersion_data()
+{
+    QTest::addColumn<QString>("tool");
+    QTest::addColumn<QString>("option");
+    QTest::addColumn<QString>("firstLine");
+    const QString kelpack = QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack";
+    for (const QString& tool : {kKelsim, kelpack}) {
+        const QString name = QFileInfo(tool).fileName();
+        QTest::newRow(qPrintable(name + " help")) << tool << "--help"
+                                                  << "usage: " + name + " ";
+        QTest::newRow(qPrintable(name + " version"))
+            << tool << "--version" << name + " " + KEL_VERSION + "\n";
+    }
+}
+
+void TestSim::helpAndVersion()
+{
+    QFETCH(QString, tool);
+    QFETCH(QString, option);
+    QFETCH(QString, firstLine);
+    QProcess process;
+    process.start(tool, {option});
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(process.exitCode(), 0);
+    QVERIFY(process.readAllStandardError().isEmpty());
+    QVERIFY2(QString::fromUtf8(process.readAllStandardOutput()).startsWith(firstLine),
+             qPrintable(firstLine));
 }
 
 void TestSim::stubbornRuntimeIsKilled()
@@ -184,9 +320,15 @@ void TestSim::failingPackageTurnsTheScreenRed()
     QCOMPARE(last.pixelColor(5, 5), QColor(Qt::red)); // the background window
     QVERIFY(!section(out, "panel actions").contains("restart"));
 
-    fixture::writeFile(stick + "/update/files/panel.conf", "bright=100\n");
+    QCOMPARE(status, 1); // the red screen of an interactive run is its failure
+
     const QString quiet = simulate(stick, {}, {"-s", "-nr"});
     QCOMPARE(section(quiet, "report"), QString::fromUtf8("[失败]\n"));
+    // A quiet run closes at once: its last screen is the dialog with the failure, the
+    // background has no time to turn red.
+    const QImage end(dir + "/panel/screenshots/end.png");
+    QVERIFY(!end.isNull());
+    QVERIFY(end.pixelColor(end.width() / 2, end.height() / 2) != end.pixelColor(5, 5));
 }
 
 void TestSim::tamperedRuntimeFileKeepsTheOldRuntime()
@@ -293,7 +435,11 @@ void TestSim::hostilePackageFailsCleanly()
     const QString out = simulate(stick, {"--runtime", "absent"}, {"-s", "-nr"});
     QCOMPARE(section(out, "report"), QString::fromUtf8("[失败]\n"));
     QVERIFY2(log().contains(redLine), qPrintable(log()));
+    QCOMPARE(status, 1);
     QCOMPARE(section(out, "panel changes"), QString());
+    // Only the program's scratch files, nothing of the package, anywhere.
+    for (const QString& line : section(out, "changes elsewhere").split('\n', Qt::SkipEmptyParts))
+        QVERIFY2(line.contains(" /tmp/"), qPrintable(line));
     QVERIFY(section(out, "panel actions").contains("program exit status: 0"));
 }
 

@@ -19,8 +19,7 @@ bool available(QString* reason)
                         probe.exitStatus() == QProcess::NormalExit && probe.exitCode() == 0;
         state = ok ? 1 : 0;
         if (!ok)
-            why = "private mount and PID namespaces are not available here (needs root and "
-                  "unshare): " +
+            why = "a sealed panel cannot be made here (needs root, unshare and overlayfs): " +
                   QString::fromLocal8Bit(probe.readAllStandardError()).trimmed();
     }
     if (reason)
@@ -30,28 +29,10 @@ bool available(QString* reason)
 
 QString makeScratchDir(const QString& name)
 {
-    const QString dir = QStringLiteral(KEL_SOURCE_DIR) + "/build-scratch/" + name + "-" +
+    const QString dir = QStringLiteral(KEL_BINARY_DIR) + "/test-scratch/" + name + "-" +
                         QUuid::createUuid().toString(QUuid::Id128).left(12);
     QDir().mkpath(dir);
     return dir;
-}
-
-Result run(const QString& panelDir, const QString& program, const QStringList& args,
-           const QString& workDir, int timeoutMs)
-{
-    Result result;
-    QProcess process;
-    process.setWorkingDirectory(workDir);
-    process.start(KEL_SANDBOX_SCRIPT, QStringList{panelDir, program} + args);
-    if (!process.waitForFinished(timeoutMs)) {
-        result.timedOut = true;
-        process.kill(); // ends unshare's PID namespace and everything in it
-        process.waitForFinished(5000);
-    }
-    result.exitCode = process.exitCode();
-    result.out = process.readAllStandardOutput();
-    result.err = process.readAllStandardError();
-    return result;
 }
 
 namespace {
@@ -61,11 +42,6 @@ const char kInsideVariable[] = "KEL_SANDBOX_PANEL";
 bool inside()
 {
     return qEnvironmentVariableIsSet(kInsideVariable);
-}
-
-QString panelDir()
-{
-    return qEnvironmentVariable(kInsideVariable);
 }
 
 int rerunInside(int argc, char** argv)

@@ -5,27 +5,16 @@
 #include <QString>
 #include <QStringList>
 
-// Runs commands against a simulated panel (see run-in-sandbox.sh) so that tests can use the real
-// absolute paths of a panel without touching this machine's.
+// Runs test programs on a simulated panel sealed off from this machine (see sim/seal.sh), so that
+// tests can use the real absolute paths of a panel, run shell commands and ldconfig as the
+// program does, and never change this machine.
 namespace sandbox {
 
 // True when private namespaces can be made here; otherwise reason says why.
 bool available(QString* reason);
 
-// A fresh directory outside /tmp for panel and stick trees, removed by the caller.
+// A fresh directory in the build folder for panel and stick trees, removed by the caller.
 QString makeScratchDir(const QString& name);
-
-struct Result
-{
-    int exitCode = -1;
-    bool timedOut = false;
-    QByteArray out;
-    QByteArray err;
-};
-
-// Runs program with args inside the sandbox over panelDir, in workDir, killing it after timeoutMs.
-Result run(const QString& panelDir, const QString& program, const QStringList& args,
-           const QString& workDir, int timeoutMs);
 
 // For test programs whose code under test uses the panel's absolute paths itself: reruns the
 // whole program inside a sandbox over a fresh panel directory and returns its exit status, or
@@ -33,11 +22,8 @@ Result run(const QString& panelDir, const QString& program, const QStringList& a
 // inside() is false and such tests skip through INSIDE_SANDBOX_REQUIRED()).
 int rerunInside(int argc, char** argv);
 
-// True in a program started by rerunInside; panelDir() is then the directory bound over the
-// panel's paths as seen from outside (inside, /usr/vorn_app, /etc/systemd/system and /tmp are
-// simply the real paths).
+// True in a program started by rerunInside.
 bool inside();
-QString panelDir();
 
 } // namespace sandbox
 

@@ -110,7 +110,6 @@ void TestKelpack::refusals_data()
     QTest::newRow("unknown command") << QStringList{"explode"} << 2;
     QTest::newRow("unknown option") << QStringList{"build", "a", "b", "--forse"} << 2;
     QTest::newRow("option without value") << QStringList{"build", "a", "b", "--program"} << 2;
-    QTest::newRow("help") << QStringList{"--help"} << 0;
     QTest::newRow("missing input") << QStringList{"scramble", "/nonexistent", "/dev/null"} << 1;
     QTest::newRow("not scrambled") << QStringList{"unscramble", "/etc/hostname", "/dev/null"} << 1;
     QTest::newRow("unreadable file for crc") << QStringList{"crc", "/nonexistent"} << 1;
