@@ -1,6 +1,7 @@
 #include "def.h"
 #include "multilingual_management.h"
 #include "package_plan.h"
+#include "package_signer.h"
 #include "package_verifier.h"
 #include "package_writer.h"
 #include "stick_builder.h"
@@ -14,12 +15,15 @@
 namespace {
 
 const char kUsage[] =
-    "usage: kelpack build PACKAGE_TREE OUTDIR [--program PATH] [--force]\n"
-    "       kelpack verify STICK_PACKAGE_DIR [--json]\n"
+    "usage: kelpack build PACKAGE_TREE OUTDIR [--program PATH] [--force] [--sign SECRET_KEY]\n"
+    "       kelpack verify STICK_PACKAGE_DIR [--json] [--keys PUBLIC_KEY_DIR]\n"
     "       kelpack info STICK_PACKAGE_DIR\n"
     "       kelpack scramble PLAIN_INI SCRAMBLED_INI\n"
     "       kelpack unscramble SCRAMBLED_INI PLAIN_INI\n"
     "       kelpack crc FILE...   (prints: upper-case CRC, lower-case CRC, size, file)\n"
+    "       kelpack keygen NAME   (writes NAME.key, owner-only, and NAME.pub)\n"
+    "       kelpack sign STICK_PACKAGE_DIR SECRET_KEY|--unsigned [--version V] [--models M,...]\n"
+    "                    [--replaces V]\n"
     "       kelpack --help | --version\n"
     "\n"
     "build writes a new stick into OUTDIR, which must be new or empty; --force replaces only\n"
@@ -74,6 +78,7 @@ int build(const Arguments& args)
         return usageError("build needs PACKAGE_TREE and OUTDIR");
     StickBuilder builder(args.positional[0], args.positional[1], args.options.value("--program"),
                          args.options.contains("--force"));
+    builder.setSigningKey(args.options.value("--sign"));
     const bool built = builder.build();
     for (const QString& warning : builder.warnings())
         fprintf(stderr, "kelpack: warning: %s\n", warning.toUtf8().constData());
@@ -89,6 +94,7 @@ int verify(const Arguments& args)
         return usageError("verify needs STICK_PACKAGE_DIR");
     const bool json = args.options.contains("--json");
     PackageVerifier verifier(args.positional[0]);
+    verifier.setTrustedKeys(args.options.value("--keys"));
     verifier.verify();
     fputs((json ? verifier.json() : verifier.text()).toUtf8().constData(), stdout);
     if (!json && !verifier.hasErrors())
@@ -102,6 +108,7 @@ int info(const Arguments& args)
         return usageError("info needs STICK_PACKAGE_DIR");
     QString plan;
     const bool ok = PackagePlan(args.positional[0]).describe(&plan);
+    plan += PackageSigner::describe(args.positional[0]);
     fputs(plan.toUtf8().constData(), stdout);
     return ok ? 0 : 1;
 }
@@ -153,9 +160,11 @@ int main(int argc, char** argv)
     const QStringList rest = words.mid(1);
     Arguments args;
     if (command == "build")
-        args = parse(rest, {"--force"}, {"--program"});
+        args = parse(rest, {"--force"}, {"--program", "--sign"});
     else if (command == "verify")
-        args = parse(rest, {"--json"}, {});
+        args = parse(rest, {"--json"}, {"--keys"});
+    else if (command == "keygen" || command == "sign")
+        return PackageSigner::run(words);
     else if (command == "info" || command == "scramble" || command == "unscramble" ||
              command == "crc")
         args = parse(rest, {}, {});

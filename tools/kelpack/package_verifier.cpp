@@ -4,6 +4,7 @@
 #include "downLoadVorn_app.h"
 #include "file_operation_c.h"
 #include "generateconfiginfo.h"
+#include "package_signer.h"
 #include "qsettingsfactory.h"
 
 #include <QDir>
@@ -327,6 +328,10 @@ void PackageVerifier::verify()
     }
     if (!QFileInfo::exists(m_dir + "/kelloadui.bin"))
         add(false, "kelloadui.bin", "", "the program is not in the package folder");
+    PackageSigner::audit(m_dir, m_keysDir,
+                         [this](bool error, const QString& file, const QString& message) {
+                             add(error, file, "", message);
+                         });
 }
 
 QString PackageVerifier::text() const

@@ -20,6 +20,8 @@ public:
     };
 
     explicit PackageVerifier(const QString& packageDir);
+    // The panels' public keys, to check the stick manifest's signature with.
+    void setTrustedKeys(const QString& keysDir) { m_keysDir = keysDir; }
     void verify();
     const QVector<Finding>& findings() const { return m_findings; }
     bool hasErrors() const;
@@ -39,6 +41,7 @@ private:
     bool itemRequested(QSettings& settings, const char* key) const;
 
     QString m_dir;
+    QString m_keysDir;
     QString m_scratch;
     int m_opened = 0;
     QVector<Finding> m_findings;

@@ -18,6 +18,9 @@ class StickBuilder
 public:
     StickBuilder(const QString& treeDir, const QString& outDir, const QString& program, bool force);
     bool build();
+    // With a secret key file the stick gets a signed manifest; without one, a recipe that names
+    // a version still gets an unsigned one.
+    void setSigningKey(const QString& secretKeyFile) { m_signingKey = secretKeyFile; }
     QString error() const { return m_error; }
     // Entries of the tree left out, one line each.
     QStringList warnings() const { return m_warnings; }
@@ -36,6 +39,7 @@ private:
     QString m_out;
     QString m_program;
     bool m_force;
+    QString m_signingKey;
     QString m_error;
     QStringList m_warnings;
 };
