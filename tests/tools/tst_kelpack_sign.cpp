@@ -83,6 +83,7 @@ void TestKelpackSign::buildSigns()
     INSIDE_SANDBOX_REQUIRED();
     const QString tree = dir + "/tree", out = dir + "/out";
     QDir(tree).removeRecursively();
+    QDir(out).removeRecursively();
     QCOMPARE(QProcess::execute(
                  "cp", {"-R", QStringLiteral(KEL_SOURCE_DIR) + "/examples/sample/package", tree}),
              0);
