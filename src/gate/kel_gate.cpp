@@ -177,11 +177,11 @@ int KelGate::run(int& argc, char** argv)
     if (!panel.recordPending(check.manifest().version, log, check.manifestPath(),
                              check.manifestSha256()))
         journal(m_stateDir + ": cannot be written: the installed version will not be recorded");
-    journal(QString("%1: package %2 for %3 passed (%4 files%5): starting %6")
-                .arg(m_packageDir, check.manifest().version, check.manifest().models.join(", "))
-                .arg(check.manifest().files.size())
-                .arg(keys.isEmpty() ? ", no key installed" : ", signed")
-                .arg(kel::kProgramName));
+    journal(m_packageDir + ": package " + check.manifest().version + " for " +
+            check.manifest().models.join(", ") + " passed (" +
+            QString::number(check.manifest().files.size()) +
+            (keys.isEmpty() ? " files, no key installed" : " files, signed") + "): starting " +
+            kel::kProgramName);
     return start(argv, &panel);
 }
 

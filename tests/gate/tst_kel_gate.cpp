@@ -23,6 +23,7 @@ private slots:
     void programRunsOnlyAfterTheCheck_data();
     void programRunsOnlyAfterTheCheck();
     void onlyTheUpdaterIsStarted();
+    void programThatCannotStartIsReported();
     void noticeShowsTheReasonInRed();
     void everyGateTextHasBothLanguages();
 
@@ -128,6 +129,21 @@ void TestKelGate::onlyTheUpdaterIsStarted()
     QCOMPARE(gate({"./evil.sh"}, QProcessEnvironment::systemEnvironment()), 2);
     QCOMPARE(gate({}, QProcessEnvironment::systemEnvironment()), 2);
     QVERIFY(!QFile::exists(stick + "/ran-evil"));
+}
+
+void TestKelGate::programThatCannotStartIsReported()
+{
+    QDir(stick).removeRecursively();
+    fixture::writeFile(stick + "/update/kelloadui.bin", "not a program\n");
+    QProcess sign;
+    sign.start(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack",
+               {"sign", stick + "/update", dir + "/vendor.key", "--version", "1.2.0", "--models",
+                "KEL-700"});
+    QVERIFY(sign.waitForFinished() && sign.exitCode() == 0);
+    QCOMPARE(gate({"./kelloadui.bin", "-s", "-nr"}, QProcessEnvironment::systemEnvironment()), 1);
+    const QString log = QString::fromUtf8(fixture::readFile(stick + "/update.log"));
+    QVERIFY2(log.contains(kel::text(2237).arg(stick + "/update/kelloadui.bin")), qPrintable(log));
+    QVERIFY(!QFile::exists(dir + "/state/pending"));
 }
 
 void TestKelGate::noticeShowsTheReasonInRed()
