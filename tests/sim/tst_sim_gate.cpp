@@ -9,9 +9,9 @@
 #include <QStandardPaths>
 #include <QtTest>
 
-// Whole updates through the simulator with the panel's gate in front of the stick's program:
-// a signed stick is applied; every damaged, foreign or outdated stick is refused with its own
-// text before the program starts, and the panel stays untouched.
+// Whole updates through the sealed simulator with the panel's gate in front of the stick's
+// program: a signed stick is applied; every damaged, foreign or outdated stick is refused with
+// its own text before the program starts, and the panel stays untouched.
 class TestSimGate : public QObject
 {
     Q_OBJECT
@@ -28,14 +28,15 @@ private slots:
 
 private:
     int kelpack(const QStringList& args);
-    void sign(const QString& key, const QString& version = "1.2.0");
+    void sign(const QString& key);
     // Runs the stick through the simulator, the gate in front of the program, on a panel of
     // model with installed version that trusts the keys in keysDir.
     QString simulate(const QString& keysDir, const QString& model, const QString& installed);
+    QByteArray installedVersion() const;
     QString section(const QString& out, const QString& name) const;
     QString dir;
     QString stick;
-    QString state;
+    int status = -1;
 };
 
 void TestSimGate::initTestCase()
@@ -56,9 +57,7 @@ void TestSimGate::initTestCase()
 void TestSimGate::init()
 {
     stick = dir + "/stick";
-    state = dir + "/state";
     QDir(stick).removeRecursively();
-    QDir(state).removeRecursively();
     QDir(dir + "/panel").removeRecursively();
     QCOMPARE(
         QProcess::execute("cp", {"-R", QStringLiteral(KEL_BINARY_DIR) + "/examples/stick", stick}),
@@ -74,35 +73,37 @@ int TestSimGate::kelpack(const QStringList& args)
     return tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
 }
 
-void TestSimGate::sign(const QString& key, const QString& version)
+void TestSimGate::sign(const QString& key)
 {
     QCOMPARE(kelpack({"sign", stick + "/update", key.isEmpty() ? "--unsigned" : dir + "/" + key,
-                      "--version", version, "--models", "KEL-700,KEL-1000", "--replaces", "1.0.0"}),
+                      "--version", "1.2.0", "--models", "KEL-700,KEL-1000", "--replaces", "1.0.0"}),
              0);
 }
 
 QString TestSimGate::simulate(const QString& keysDir, const QString& model,
                               const QString& installed)
 {
-    const QString config = dir + "/config";
-    QDir(config).removeRecursively();
-    QDir().mkpath(config);
-    QProcess::execute("cp", {"-R", dir + "/" + keysDir, config + "/keys"});
-    fixture::writeFile(config + "/model", model.toUtf8() + "\n");
-    fixture::writeFile(state + "/version", installed.toUtf8() + "\n");
+    // The gate's files in the panel directory, which the simulator binds over the panel's own.
+    const QString panel = dir + "/panel";
+    QDir(panel + "/etc/kelgate/keys").removeRecursively();
+    QDir().mkpath(panel + "/etc/kelgate");
+    QProcess::execute("cp", {"-R", dir + "/" + keysDir, panel + "/etc/kelgate/keys"});
+    fixture::writeFile(panel + "/etc/kelgate/model", model.toUtf8() + "\n");
+    fixture::writeFile(panel + "/var/lib/kelgate/version", installed.toUtf8() + "\n");
     QProcess sim;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    // The simulator puts the wrapper in front of ./kelloadui.bin in the stick's package folder.
-    env.insert("KELSIM_WRAPPER", QStringLiteral(KEL_BINARY_DIR) +
-                                     "/tools/kelgate/kelgate --config " + config + " --state " +
-                                     state + " --notice-seconds 2");
-    sim.setProcessEnvironment(env);
     sim.setProcessChannelMode(QProcess::MergedChannels);
     sim.start(QStringLiteral(KEL_SOURCE_DIR) + "/sim/kelsim",
-              {"--panel", dir + "/panel", "--timeout", "90", stick, "-s", "-nr"});
+              {"--panel", panel, "--timeout", "90", "--gate",
+               QStringLiteral(KEL_BINARY_DIR) + "/tools/kelgate/kelgate", stick, "-s", "-nr"});
     if (!sim.waitForFinished(180000))
         sim.kill();
+    status = sim.exitStatus() == QProcess::NormalExit ? sim.exitCode() : -1;
     return QString::fromUtf8(sim.readAll());
+}
+
+QByteArray TestSimGate::installedVersion() const
+{
+    return fixture::readFile(dir + "/panel/var/lib/kelgate/version");
 }
 
 QString TestSimGate::section(const QString& out, const QString& name) const
@@ -119,11 +120,13 @@ void TestSimGate::signedStickIsApplied()
 {
     sign("vendor.key");
     const QString out = simulate("vendor-keys", "KEL-700", "1.1.0");
+    QCOMPARE(status, 0);
     QCOMPARE(section(out, "report"), QString::fromUtf8("[成功]\n"));
-    QVERIFY2(section(out, "panel changes").contains("replaced /usr/vorn_app/vorn_app "),
-             qPrintable(out));
+    const QString changes = section(out, "panel changes");
+    QVERIFY2(changes.contains("replaced /usr/vorn_app/vorn_app "), qPrintable(out));
+    QVERIFY(changes.contains("replaced /var/lib/kelgate/version "));
     QVERIFY(section(out, "panel actions").contains("panel: runtime exit requested"));
-    QCOMPARE(fixture::readFile(state + "/version"), QByteArray("1.2.0\n"));
+    QCOMPARE(installedVersion(), QByteArray("1.2.0\n"));
 }
 
 namespace {
@@ -208,20 +211,21 @@ void TestSimGate::refusedStickNeverStarts()
     }
     const QString out = simulate(keys, model, installed);
     // The gate's report and its one line, and nothing of the program's log.
+    QCOMPARE(status, 1);
     QCOMPARE(section(out, "report"), QString::fromUtf8("[失败]\n"));
     const QString log = section(out, "log");
     QVERIFY2(log.startsWith(kel::text(2224) + ": " + reason), qPrintable(out));
     QCOMPARE(log.count('\n'), 1);
     QCOMPARE(section(out, "panel changes"), QString());
+    QCOMPARE(section(out, "changes elsewhere"), QString());
     const QString actions = section(out, "panel actions");
     QVERIFY2(!actions.contains("runtime exit requested"), qPrintable(actions));
     QVERIFY(actions.contains("panel: beep 1000 ms"));
     QVERIFY(actions.contains("runtime after the run: running"));
     QVERIFY(actions.contains("program exit status: 1"));
-    QCOMPARE(fixture::readFile(state + "/version"), installed.toUtf8() + "\n");
-    const QStringList shots = QDir(dir + "/panel/screenshots").entryList({"screen-*.png"});
-    QVERIFY(!shots.isEmpty());
-    QCOMPARE(QImage(dir + "/panel/screenshots/" + shots.first()).pixelColor(5, 5), QColor(Qt::red));
+    QCOMPARE(installedVersion(), installed.toUtf8() + "\n");
+    // The screen as the gate left it: its red notice.
+    QCOMPARE(QImage(dir + "/panel/screenshots/end.png").pixelColor(5, 5), QColor(Qt::red));
 }
 
 void TestSimGate::withoutKeysUncheckedSticksRunAsBefore_data()
@@ -237,9 +241,10 @@ void TestSimGate::withoutKeysUncheckedSticksRunAsBefore()
     if (manifest)
         sign(QString());
     const QString out = simulate("no-keys", "KEL-700", "1.1.0");
+    QCOMPARE(status, 0);
     QCOMPARE(section(out, "report"), QString::fromUtf8("[成功]\n"));
     QVERIFY(section(out, "panel changes").contains("replaced /usr/vorn_app/vorn_app "));
-    QCOMPARE(fixture::readFile(state + "/version"), manifest ? "1.2.0\n" : "1.1.0\n");
+    QCOMPARE(installedVersion(), manifest ? "1.2.0\n" : "1.1.0\n");
 }
 
 QTEST_GUILESS_MAIN(TestSimGate)
