@@ -32,6 +32,15 @@ const int kFailureReport = 2055;
 const int kTitleText = 2224;
 const int kCannotStartText = 2237;
 const int kRefusalBeepMs = 1000;
+const char kUsageText[] =
+    "usage: kelgate [--config DIR] [--state DIR] [--notice-seconds N]\n"
+    "               STICK/PACKAGE/kelloadui.bin [PROGRAM_OPTION...]\n"
+    "       kelgate --help | --version\n"
+    "\n"
+    "Checks the stick's manifest, signature and files against the keys in CONFIG/keys (default\n"
+    "/etc/kelgate/keys), the model in CONFIG/model and the version in STATE/version (default\n"
+    "/var/lib/kelgate/version), then starts kelloadui.bin with the program options.\n"
+    "Exit status: the program's own once started; 1 the stick was refused; 2 wrong usage.\n";
 // Language files of the gate, beside its program: PREFIX/bin/kelgate, PREFIX/share/kelgate.
 const char kLanguageDirFromProgram[] = "/../share/kelgate/language/";
 
@@ -145,10 +154,17 @@ QString KelGate::logPath(char** argv) const
 int KelGate::run(int& argc, char** argv)
 {
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    const QString first = argc > 1 ? QString::fromUtf8(argv[1]) : QString();
+    if (first == "--help" || first == "-h") {
+        fputs(kUsageText, stdout);
+        return 0;
+    }
+    if (first == "--version") {
+        printf("kelgate %s\n", KEL_VERSION);
+        return 0;
+    }
     if (!parseArguments(argc, argv)) {
-        fputs("usage: kelgate [--config DIR] [--state DIR] [--notice-seconds N] "
-              "STICK/PACKAGE/kelloadui.bin [PROGRAM_OPTION...]\n",
-              stderr);
+        fputs(kUsageText, stderr);
         return kUsage;
     }
     loadTexts();

@@ -129,6 +129,10 @@ void TestKelGate::onlyTheUpdaterIsStarted()
     QCOMPARE(gate({"./evil.sh"}, QProcessEnvironment::systemEnvironment()), 2);
     QCOMPARE(gate({}, QProcessEnvironment::systemEnvironment()), 2);
     QVERIFY(!QFile::exists(stick + "/ran-evil"));
+    QProcess help;
+    help.start(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelgate/kelgate", {"--help"});
+    QVERIFY(help.waitForFinished() && help.exitCode() == 0);
+    QVERIFY(help.readAllStandardOutput().startsWith("usage: kelgate "));
 }
 
 void TestKelGate::programThatCannotStartIsReported()
