@@ -25,7 +25,6 @@ void MainCfg::initCfg(QApplication& app)
 
 Qt::WindowFlags MainCfg::dialogFlags()
 {
-    // Without CustomizeWindowHint Qt adds the system menu (and a message box its own) back.
-    return Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint |
-           Qt::WindowStaysOnTopHint;
+    // Without CustomizeWindowHint Qt puts the system menu back, and a close button brings it too.
+    return Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowStaysOnTopHint;
 }

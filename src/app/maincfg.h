@@ -11,7 +11,7 @@ public:
     static void initCfg(QApplication& app);
     // Pixel size of the application font for a screen of this device width.
     static int fontPixelSize(int screenWidth);
-    // Window flags of every dialog and message box: a title and a close button, stays on top, no
-    // system menu, no maximise or minimise, no help button.
+    // Window flags of every dialog and message box: a title, stays on top, no system menu, no
+    // window buttons (maximise, minimise, help, close); the dialogs' own buttons close them.
     static Qt::WindowFlags dialogFlags();
 };
