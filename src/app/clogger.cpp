@@ -1,9 +1,10 @@
 #include "clogger.h"
 
+#include "panel_library.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <unistd.h>
 
 CLogger::CLogger(QString fileName, CLogger::MODE mode) : m_fileName(std::move(fileName))
 {
@@ -21,6 +22,7 @@ CLogger::CLogger(QString fileName, CLogger::MODE mode) : m_fileName(std::move(fi
     }
     m_file = new QFile(m_fileName);
     m_file->open(mode == WriteOnly ? QIODevice::WriteOnly : QIODevice::ReadWrite);
+    m_sinceDurable.start();
 }
 
 CLogger::~CLogger()
@@ -40,7 +42,10 @@ void CLogger::write(QString text)
     m_file->seek(m_file->size());
     m_file->write(text.toUtf8());
     m_file->flush();
-    sync();
+    if (m_sinceDurable.hasExpired(kDurableWithinMs)) {
+        PanelLibrary::instance().fdatasync(m_file->handle());
+        m_sinceDurable.start();
+    }
 }
 
 void CLogger::writeReport(QString text)
@@ -51,7 +56,13 @@ void CLogger::writeReport(QString text)
     m_file->write(text.toUtf8());
     m_file->flush();
     m_file->seek(m_file->size());
-    sync();
+    syncAll();
+}
+
+void CLogger::syncAll()
+{
+    PanelLibrary::instance().sync();
+    m_sinceDurable.start();
 }
 
 void CLogger::toggleLogger(bool on)
@@ -66,7 +77,7 @@ void CLogger::close()
     if (m_file->isOpen()) {
         m_file->flush();
         m_file->close();
-        sync();
+        syncAll();
     }
     delete m_file;
     m_file = nullptr;

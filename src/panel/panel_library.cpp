@@ -22,3 +22,8 @@ void PanelLibrary::sync()
 {
     ::sync();
 }
+
+int PanelLibrary::fdatasync(int fd)
+{
+    return ::fdatasync(fd);
+}

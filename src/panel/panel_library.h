@@ -28,6 +28,8 @@ public:
 
     // The kernel's sync(2), called after every step that changes files; a fake counts the calls.
     virtual void sync();
+    // fdatasync(2) of one file: how the log reaches the medium between those steps.
+    virtual int fdatasync(int fd);
 
     // The library in use: the build's own backend unless a replacement is installed.
     static PanelLibrary& instance();

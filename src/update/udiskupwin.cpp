@@ -1,5 +1,7 @@
 #include "udiskupwin.h"
 
+#include "message_pane.h"
+
 #include "clogger.h"
 #include "def.h"
 #include "downLoadPro.h"
@@ -78,6 +80,7 @@ UDiskUpWin::UDiskUpWin(QWidget* parent) : QDialog(parent), ui(new Ui::UDiskUpWin
     restartTimer = new QTimer();
     connect(restartTimer, &QTimer::timeout, this, &UDiskUpWin::onTimer);
     ui->textEdit->setWordWrapMode(QTextOption::WrapAnywhere);
+    messagePane = new MessagePane(ui->textEdit);
 }
 
 UDiskUpWin::~UDiskUpWin()
@@ -182,10 +185,9 @@ void UDiskUpWin::updateOutMessage(QString message, QColor color)
         setPalette(QPalette(QColor(Qt::red)));
         emit setErrorBackgrnd(Qt::red);
     }
-    ui->textEdit->append(message);
+    messagePane->append(message, color);
     if (logger)
         logger->write(message + "\n");
-    update();
 }
 
 void UDiskUpWin::updateProcessBar()
@@ -200,7 +202,7 @@ void UDiskUpWin::updateUi(int percent, QString tip)
     else
         progressAccum += percent;
     ui->progressBar->setValue(progressAccum);
-    ui->textEdit->append(tip);
+    messagePane->append(tip, ui->textEdit->textColor());
 }
 
 void UDiskUpWin::showBox(int title, const QString& text, bool warning)

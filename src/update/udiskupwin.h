@@ -13,6 +13,7 @@ namespace Ui {
 class UDiskUpWin;
 }
 class CLogger;
+class MessagePane;
 class QTimer;
 class file_operation_c;
 
@@ -112,6 +113,7 @@ private:
     void showBox(int title, const QString& text, bool warning);
 
     Ui::UDiskUpWin* ui;
+    MessagePane* messagePane; // owned by the pane's text edit
     int progressAccum = 0;
     int progressMax = 0;
     int progressValue = 0;

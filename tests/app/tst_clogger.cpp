@@ -1,9 +1,14 @@
 #include "clogger.h"
+#include "fake_panel_library.h"
 #include "fixture.h"
 #include "sandbox.h"
 
 #include <QDir>
 #include <QtTest>
+
+#include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
 
 // The log and report file: appends, reports over the first bytes, silent when unusable.
 class TestCLogger : public QObject
@@ -17,6 +22,8 @@ private slots:
     void silentLoggers_data();
     void silentLoggers();
     void writeOnlyModeStartsAfresh();
+    void linesReachTheMediumInBatches();
+    void killedRightAfterALine();
 
 private:
     QString dir;
@@ -74,6 +81,50 @@ void TestCLogger::writeOnlyModeStartsAfresh()
     log.write("new\n");
     log.close();
     QCOMPARE(fixture::readFile(dir + "/a.log"), QByteArray("new\n"));
+}
+
+void TestCLogger::linesReachTheMediumInBatches()
+{
+    FakePanelLibrary panel;
+    int syncs = 0;
+    panel.syncHook = [&] { ++syncs; };
+    PanelLibrary* previous = PanelLibrary::replace(&panel);
+    const QString path = dir + "/update.log";
+    CLogger log(path, CLogger::ReadWrite);
+    // Each line is in the file at once, for any reader; the medium waits up to 100 ms.
+    for (int i = 0; i < 50; ++i)
+        log.write(QString("line %1\n").arg(i));
+    QVERIFY(fixture::readFile(path).endsWith("line 49\n"));
+    QCOMPARE(panel.datasyncs, 0);
+    QTest::qSleep(120);
+    log.write("late\n");
+    QCOMPARE(panel.datasyncs, 1);
+    log.write("soon after\n");
+    QCOMPARE(panel.datasyncs, 1);
+    // Reports and the close still flush the whole system.
+    log.writeReport("[x]\n");
+    QCOMPARE(syncs, 1);
+    QTest::qSleep(60);
+    log.write("after the report\n"); // the report brought the log to the medium just now
+    QCOMPARE(panel.datasyncs, 1);
+    log.close();
+    QCOMPARE(syncs, 2);
+    PanelLibrary::replace(previous);
+}
+
+void TestCLogger::killedRightAfterALine()
+{
+    const QString path = dir + "/update.log";
+    const pid_t child = fork();
+    if (child == 0) {
+        CLogger log(path, CLogger::ReadWrite);
+        log.write("the last line\n");
+        raise(SIGKILL); // nothing of the program runs after a crash
+    }
+    int status = 0;
+    QCOMPARE(waitpid(child, &status, 0), child);
+    QVERIFY(WIFSIGNALED(status));
+    QCOMPARE(fixture::readFile(path), QByteArray("the last line\n"));
 }
 
 QTEST_GUILESS_MAIN(TestCLogger)

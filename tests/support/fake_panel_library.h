@@ -44,6 +44,11 @@ public:
         if (syncHook)
             syncHook();
     }
+    int fdatasync(int) override
+    {
+        ++datasyncs;
+        return 0;
+    }
 
     // Number of recorded calls whose text starts with prefix.
     int count(const QString& prefix) const
@@ -59,6 +64,7 @@ public:
     int rebootResult = -1;                   // like a refused restart (EPERM)
     std::function<int(int state)> stateHook; // overrides runtimeExited when set
     std::function<void()> syncHook;          // called for every sync(), which does nothing here
+    int datasyncs = 0;                       // fdatasync() calls, which do nothing here
 
 private:
     int record(const QString& call, int result)

@@ -4,6 +4,7 @@
 #include "def.h"
 #include "fake_panel_library.h"
 #include "fixture.h"
+#include "message_pane.h"
 #include "multilingual_management.h"
 #include "sandbox.h"
 #include "udiskupwin.h"
@@ -36,6 +37,7 @@ private slots:
     void servicesAndCommand();
     void rebootAtOnce();
     void windowFlags();
+    void everyLineOfABigPackage();
 
 private:
     // Runs a whole update of the package in dir/pkg with the given options.
@@ -91,6 +93,7 @@ void TestUDiskUpWin::run(const QStringList& args)
 QStringList TestUDiskUpWin::pane() const
 {
     QStringList lines;
+    dialog->findChild<MessagePane*>("messagePane")->flush();
     const QTextDocument* document = dialog->findChild<QTextEdit*>("textEdit")->document();
     for (QTextBlock block = document->begin(); block.isValid(); block = block.next()) {
         const QColor colour = block.begin().fragment().charFormat().foreground().color();
@@ -249,6 +252,26 @@ void TestUDiskUpWin::windowFlags()
         QVERIFY(!(flags & (Qt::WindowSystemMenuHint | Qt::WindowMaximizeButtonHint |
                            Qt::WindowContextHelpButtonHint)));
     }
+}
+
+void TestUDiskUpWin::everyLineOfABigPackage()
+{
+    // Lines reach the pane in batches: none may be lost, reordered or take another's colour.
+    dialog.reset(new UDiskUpWin(nullptr));
+    logger.reset(new CLogger(dir + "/update.log", CLogger::ReadWrite));
+    dialog->setLogger(logger.get());
+    QStringList expected;
+    for (int i = 0; i < 10000; ++i) {
+        const bool red = i % 997 == 0;
+        const QString line = QString::fromUtf8("拷贝文件./files/f%1成功！").arg(i);
+        dialog->updateOutMessage(line, red ? QColor(Qt::red) : QColor(Qt::black));
+        expected << (red ? "RED " : "") + line;
+        if (i % 1000 == 0)
+            QCoreApplication::processEvents(); // as the copies serve the event queue
+    }
+    QCOMPARE(pane(), expected);
+    QCOMPARE(log().split('\n', Qt::SkipEmptyParts),
+             QStringList(expected).replaceInStrings("RED ", ""));
 }
 
 KEL_SANDBOXED_TEST_MAIN(TestUDiskUpWin)
