@@ -22,6 +22,10 @@ inline constexpr char kVornWorkDirVariable[] = "VORN_WORK_DIR";
 
 // systemd's unit directory; boot services are linked and removed here.
 inline constexpr char kSystemdUnitDir[] = "/etc/systemd/system/";
+// A package's service NAME is the unit usr_NAME.service, enabled by a link in the boot target.
+inline constexpr char kServiceUnitPrefix[] = "usr_";
+inline constexpr char kServiceUnitSuffix[] = ".service";
+inline constexpr char kBootTargetDir[] = "multi-user.target.wants/";
 
 // Flag file of the light runtime edition.
 inline constexpr char kLiteVornAppFlagPath[] = "/usr/sbin/CheckVornApp";

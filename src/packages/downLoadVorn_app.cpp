@@ -119,6 +119,11 @@ bool downLoadVorn_app::judgeFilenameRegExp(const QString& fileName, FILE_INFO*& 
     return false;
 }
 
+bool downLoadVorn_app::keptWhenClearing(const QString& name)
+{
+    return isProtected(name);
+}
+
 bool downLoadVorn_app::decryptIniFile()
 {
     if (!QSettingsFactory::decryptFile(kManifest, "./updatetmp.ini", 0))

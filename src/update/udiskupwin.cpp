@@ -717,12 +717,13 @@ bool runServiceCommand(const QString& command, const char* pcloseFailure)
 
 QString unitFile(const QString& name)
 {
-    return QString::fromLatin1(servPath) + "usr_" + name + ".service";
+    return QString::fromLatin1(servPath) + kel::kServiceUnitPrefix + name + kel::kServiceUnitSuffix;
 }
 
 QString bootLink(const QString& name)
 {
-    return QString::fromLatin1(servPath) + "multi-user.target.wants/" + "usr_" + name + ".service";
+    return QString::fromLatin1(servPath) + kel::kBootTargetDir + kel::kServiceUnitPrefix + name +
+           kel::kServiceUnitSuffix;
 }
 } // namespace
 
