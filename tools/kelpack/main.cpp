@@ -17,7 +17,7 @@ namespace {
 
 const char kUsage[] =
     "usage: kelpack init NEW_TREE\n"
-    "       kelpack build PACKAGE_TREE OUTDIR [--program PATH] [--force]\n"
+    "       kelpack build PACKAGE_TREE OUTDIR [--program PATH] [--force] [--despite-errors]\n"
     "       kelpack verify PACKAGE_TREE|STICK_PACKAGE_DIR [--json]\n"
     "       kelpack info PACKAGE_TREE|STICK_PACKAGE_DIR [--json]\n"
     "       kelpack scramble PLAIN_INI SCRAMBLED_INI\n"
@@ -29,6 +29,7 @@ const char kUsage[] =
     "or harm every panel, warnings depend on the panel. build checks the same and writes a new\n"
     "stick into OUTDIR only without errors; OUTDIR must be new or empty, --force replaces only\n"
     "the stick's own entries there (the package folder, language/, config/, qws/).\n"
+    "--despite-errors writes a stick that has errors, to show on a test panel what they do.\n"
     "The package format: docs/package-format.md.\n"
     "Exit status: 0 done, 1 the work failed or verify found errors, 2 wrong usage.\n";
 
@@ -80,6 +81,7 @@ int build(const Arguments& args)
         return usageError("build needs PACKAGE_TREE and OUTDIR");
     StickBuilder builder(args.positional[0], args.positional[1], args.options.value("--program"),
                          args.options.contains("--force"));
+    builder.setDespiteErrors(args.options.contains("--despite-errors"));
     const bool built = builder.build();
     for (const QString& warning : builder.warnings())
         fprintf(stderr, "kelpack: warning: %s\n", warning.toUtf8().constData());
@@ -208,7 +210,7 @@ int main(int argc, char** argv)
     const QStringList rest = words.mid(1);
     Arguments args;
     if (command == "build")
-        args = parse(rest, {"--force"}, {"--program"});
+        args = parse(rest, {"--force", "--despite-errors"}, {"--program"});
     else if (command == "verify" || command == "info")
         args = parse(rest, {"--json"}, {});
     else if (command == "init" || command == "scramble" || command == "unscramble" ||

@@ -801,7 +801,7 @@ void PackageVerifier::checkInstalledRuntime(const QString& versionFile)
                 " lists " + listed + ")" +
                 (lands.isEmpty() ? QString(", which nothing installs")
                                  : ", but this record puts the file at " + lands) +
-                ": the check fails after the old runtime was removed",
+                ": the check fails after the old files of the runtime were removed",
             QString(kDesPath) + "=" + vornDir +
                 (listed.contains('/') ? listed.section('/', 0, -2) + "/" : QString()) +
                 ", the folder under " + kel::kVornAppDir + " that mirrors src_path");

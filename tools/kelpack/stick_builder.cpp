@@ -78,7 +78,7 @@ bool StickBuilder::verifyStaged(const QString& packageDir)
     PackageVerifier verifier(packageDir, m_tree);
     verifier.verify();
     m_report = verifier.report();
-    if (!m_report.hasErrors())
+    if (!m_report.hasErrors() || m_despiteErrors)
         return true;
     return fail(
         QString("%1 errors in %2: nothing was written").arg(m_report.errorCount()).arg(m_tree));
@@ -269,17 +269,23 @@ bool StickBuilder::writeChecksumList(const QString& runtimeDir)
         QString srcPath = manifest->value(group + "src_path").toString();
         if (srcPath.startsWith("./"))
             srcPath = srcPath.mid(2);
-        if (fileName == "*") {
-            for (const QString& name :
-                 QDir(runtimeDir + "/" + srcPath).entryList(QDir::Files | QDir::Hidden))
+        // Joined as the program joins them; a name that is no file is verify's to report.
+        const QStringList candidates =
+            fileName == "*" ? QDir(runtimeDir + "/" + srcPath).entryList(QDir::Files | QDir::Hidden)
+                            : QStringList{fileName};
+        for (const QString& name : candidates) {
+            if (QFileInfo(runtimeDir + "/" + srcPath + name).isFile())
                 names << srcPath + name;
-        } else if (QFileInfo(runtimeDir + "/" + srcPath + fileName).isFile()) {
-            names << srcPath + fileName;
         }
     }
     names.removeAll(listName);
     names.removeDuplicates();
     names.sort();
+    if (names.isEmpty()) {
+        // Nothing to list (verify says why); md5sum would read standard input instead.
+        QFile empty(runtimeDir + "/" + listName);
+        return empty.open(QIODevice::WriteOnly) || fail(empty.fileName() + ": cannot be written");
+    }
     QProcess md5;
     md5.setWorkingDirectory(runtimeDir);
     md5.setStandardOutputFile(runtimeDir + "/" + listName);

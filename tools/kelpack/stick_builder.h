@@ -37,6 +37,8 @@ public:
     // Builds, verifies the staged stick as "kelpack verify" would, and moves it into place only
     // when it has no errors.
     bool build();
+    // Writes the stick even when the check finds errors (for a test panel).
+    void setDespiteErrors(bool despite) { m_despiteErrors = despite; }
     // Builds into the empty folder stick only to check the tree: no program, nothing verified.
     // packageDir receives the package folder.
     bool stage(const QString& stick, QString* packageDir);
@@ -64,6 +66,7 @@ private:
     QString m_program;
     bool m_force;
     bool m_checkOnly = false;
+    bool m_despiteErrors = false;
     QString m_error;
     VerifyReport m_report;
     QStringList m_warnings;
