@@ -454,7 +454,7 @@ void TestKelpack::mistakes()
         << "update.ini" << 20 << "COPYFILE1"
         << "DESPATH"
         << "reads no key of this name in [COPYFILE1]"
-        << "did you mean DESTPATH?" << 1 << 1 << failed << "";
+        << "did you mean DESTPATH?" << 1 << 1 << ok << "!replaced /usr/vorn_app/config/panel.conf";
     QTest::newRow("unquoted comma in DESTPATH")
         << QStringList{"update.ini", "DESTPATH=/usr/vorn_app/config/panel.conf",
                        "DESTPATH=/usr/vorn_app/config/modbus,line4.conf"}
@@ -462,7 +462,8 @@ void TestKelpack::mistakes()
         << "update.ini" << 20 << "COPYFILE1"
         << "DESTPATH"
         << "splits the value at the unquoted \",\""
-        << "DESTPATH=\"/usr/vorn_app/config/modbus,line4.conf\"" << 1 << 1 << failed << "";
+        << "DESTPATH=\"/usr/vorn_app/config/modbus,line4.conf\"" << 1 << 1 << ok
+        << "!replaced /usr/vorn_app/config/panel.conf";
     QTest::newRow("COMMAND script with CR LF")
         << QStringList{"update.ini",     command, "COMMAND=\"sh ./files/setup.sh\"",
                        "files/setup.sh", "",      "touch /usr/vorn_app/config/setup.out\r\n"}

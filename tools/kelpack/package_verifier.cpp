@@ -392,7 +392,9 @@ void PackageVerifier::walkCopies(const QString& folder, const QString& file, QSe
             usable = false;
         }
         if (r.dest.isEmpty()) {
-            add(true, file, section, kDestPath, "is missing or empty: the copy has nowhere to go",
+            add(true, file, section, kDestPath,
+                "is missing or empty: the program stages the file as \".tmp\" on the stick, "
+                "it never reaches the panel, and the run still reports success",
                 QString(kDestPath) + "=/absolute/path/on/the/panel");
             continue;
         }
@@ -754,14 +756,14 @@ void PackageVerifier::checkInstalledRuntime(const QString& versionFile)
         add(true, file, kUpdateInfo, kFileNum,
             "the check of the installed copy reads " + vornDir + kRootManifest +
                 ", but the records do not install this manifest there: the check fails after "
-                "the old runtime was removed",
+                "the records' old files were removed",
             QString("a record %1=* %2=./ %3=%4")
                 .arg(kFileName, kSrcPathRuntime, kDesPath, vornDir));
     if (!installedAs(versionFile))
         add(true, file, kPrepare, kVersion,
             "the check of the installed copy runs " + vornDir + versionFile +
                 ", but the records do not install that list there: the check fails after the "
-                "old runtime was removed",
+                "records' old files were removed",
             QString("a record %1=* %2=./ %3=%4")
                 .arg(kFileName, kSrcPathRuntime, kDesPath, vornDir));
     QFile list(package + versionFile);
@@ -801,7 +803,7 @@ void PackageVerifier::checkInstalledRuntime(const QString& versionFile)
                 " lists " + listed + ")" +
                 (lands.isEmpty() ? QString(", which nothing installs")
                                  : ", but this record puts the file at " + lands) +
-                ": the check fails after the old files of the runtime were removed",
+                ": the check fails after the records' old files were removed",
             QString(kDesPath) + "=" + vornDir +
                 (listed.contains('/') ? listed.section('/', 0, -2) + "/" : QString()) +
                 ", the folder under " + kel::kVornAppDir + " that mirrors src_path");
