@@ -50,8 +50,10 @@ private:
     // The sample tree without its delete record (a correct tree that verify finds nothing in),
     // changed by edits: triples of file, text and replacement; an empty text writes the file.
     QString tree(const QStringList& edits = {});
-    // Runs kelsim on stick, runs times on one panel; the last run's report.
-    QString simulate(const QString& stick, int runs, const QStringList& programOptions = {});
+    // Runs kelsim on stick, runs times on one panel, with simulator options and environment
+    // entries; the last run's output.
+    QString simulate(const QString& stick, int runs, const QStringList& simOptions = {},
+                     const QStringList& environment = {});
     static QString section(const QString& out, const QString& name);
     QString dir;
 };
@@ -322,10 +324,13 @@ void TestKelpack::mistakes()
     QTest::addColumn<QString>("problem");
     QTest::addColumn<QString>("fix");
     QTest::addColumn<int>("status");
-    // The panel: the report line of the last of runs, and a pattern its output holds ("!": lacks).
+    // The panel: the report line of the last of runs, and a pattern its output holds ("!": lacks);
+    // simulator options and environment for the run.
     QTest::addColumn<int>("runs");
     QTest::addColumn<QString>("report");
     QTest::addColumn<QString>("evidence");
+    QTest::addColumn<QStringList>("simOptions");
+    QTest::addColumn<QStringList>("environment");
 
     const QString ok = QString::fromUtf8("[成功]");
     const QString failed = QString::fromUtf8("[失败]");
@@ -335,7 +340,8 @@ void TestKelpack::mistakes()
                                   << "" << 0 << ""
                                   << ""
                                   << ""
-                                  << "" << 0 << 1 << ok << "replaced /usr/vorn_app/project";
+                                  << "" << 0 << 1 << ok << "replaced /usr/vorn_app/project"
+                                  << QStringList() << QStringList();
     QTest::newRow("runtime record that does not mirror /usr/vorn_app")
         << QStringList{"vorn_app/update.ini",
                        "file_num=1\n\n[FILE1]",
@@ -349,7 +355,7 @@ void TestKelpack::mistakes()
         << "des_path"
         << "looks for /usr/vorn_app/bin/plcgw"
         << "des_path=/usr/vorn_app/bin/" << 1 << 1 << failed
-        << "removed  /usr/vorn_app/libvornui.so.1";
+        << "removed  /usr/vorn_app/libvornui.so.1" << QStringList() << QStringList();
     QTest::newRow("runtime manifest not installed")
         << QStringList{"vorn_app/update.ini", "des_path=/usr/vorn_app/",
                        "des_path=/usr/vorn_app/rt/"}
@@ -357,7 +363,7 @@ void TestKelpack::mistakes()
         << "vorn_app/update.ini" << 4 << "UPDATEINFO"
         << "file_num"
         << "reads /usr/vorn_app/update.ini"
-        << "des_path=/usr/vorn_app/" << 1 << 1 << failed << "";
+        << "des_path=/usr/vorn_app/" << 1 << 1 << failed << "" << QStringList() << QStringList();
     QTest::newRow("project file named with a folder")
         << QStringList{"project/project.ini",
                        "NAME=screen1.scr\nCRC=auto\nSIZE=auto\nDESPATH=$VORN_WORK_DIR/project/"
@@ -372,14 +378,15 @@ void TestKelpack::mistakes()
         << "NAME"
         << "the program creates only DESPATH"
         << "DESPATH=$VORN_WORK_DIR/project/screens" << 1 << 1 << failed
-        << "removed  /usr/vorn_app/project/screens/screen1.scr";
+        << "removed  /usr/vorn_app/project/screens/screen1.scr" << QStringList() << QStringList();
     QTest::newRow("unit no copy ships")
         << QStringList{"update.ini", "AUTOSTART=kellogger", "AUTOSTART=kellogger,plcgw"}
         << "warning"
         << "update.ini" << 43 << "RESTART"
         << "AUTOSTART"
         << "usr_plcgw.service is a unit no copy ships"
-        << "DESTPATH=/etc/systemd/system/usr_plcgw" << 0 << 1 << failed << "";
+        << "DESTPATH=/etc/systemd/system/usr_plcgw" << 0 << 1 << failed << "" << QStringList()
+        << QStringList();
     QTest::newRow("delete of a file a previous run removed")
         << QStringList{"update.ini", "[EXEFILE]",
                        "[DELFILE]\nDELFILENUM=1\n\n[DELFILE1]\nSRCPATH=/usr/vorn_app/config/"
@@ -388,20 +395,23 @@ void TestKelpack::mistakes()
         << "update.ini" << 40 << "DELFILE1"
         << "SRCPATH"
         << "a second run of this stick included, the run fails under -s"
-        << "every panel still has the file" << 0 << 2 << failed << "";
+        << "every panel still has the file" << 0 << 2 << failed << "" << QStringList()
+        << QStringList();
     QTest::newRow("UPPROJECT=no") << QStringList{"update.ini", "UPPROJECT=true", "UPPROJECT=no"}
                                   << "error"
                                   << "update.ini" << 6 << "UPDATE"
                                   << "UPPROJECT"
                                   << "\"no\" is read as true"
                                   << "UPPROJECT=false" << 1 << 1 << ok
-                                  << "replaced /usr/vorn_app/project/main.pro";
+                                  << "replaced /usr/vorn_app/project/main.pro" << QStringList()
+                                  << QStringList();
     QTest::newRow("UPVORN_APP misspelled")
         << QStringList{"update.ini", "UPVORN_APP=true", "UPVORN_AP=true"} << "error"
         << "update.ini" << 5 << "UPDATE"
         << "UPVORN_AP"
         << "reads no key of this name"
-        << "did you mean UPVORN_APP?" << 1 << 1 << ok << "!libvornui";
+        << "did you mean UPVORN_APP?" << 1 << 1 << ok << "!libvornui" << QStringList()
+        << QStringList();
     QTest::newRow("$VORN_WORKDIR in DESPATH")
         << QStringList{"project/project.ini", "DESPATH=$VORN_WORK_DIR/project\n",
                        "DESPATH=$VORN_WORKDIR/project\n"}
@@ -410,13 +420,14 @@ void TestKelpack::mistakes()
         << "DESPATH"
         << "written onto the stick"
         << "did you mean $VORN_WORK_DIR?" << 1 << 1 << ok
-        << "removed  /usr/vorn_app/project/main.pro";
+        << "removed  /usr/vorn_app/project/main.pro" << QStringList() << QStringList();
     QTest::newRow("ACCESSRIGHT names a file nothing installs")
         << QStringList{"vorn_app/update.ini", "file_name=vorn_app", "file_name=vorn_ap"} << "error"
         << "vorn_app/update.ini" << 16 << "EXE1"
         << "file_name"
         << "/usr/vorn_app/vorn_ap is not there when the right is granted"
-        << "a file the records install" << 1 << 1 << ok << "/usr/vorn_app/vorn_app \\(644";
+        << "a file the records install" << 1 << 1 << ok << "/usr/vorn_app/vorn_app \\(644"
+        << QStringList() << QStringList();
     QTest::newRow("EXEFILE names a file the runtime removed")
         << QStringList{"update.ini", "SRCPATH=/usr/vorn_app/kellogger",
                        "SRCPATH=/usr/vorn_app/kelloger"}
@@ -424,7 +435,8 @@ void TestKelpack::mistakes()
         << "update.ini" << 40 << "EXEFILE1"
         << "SRCPATH"
         << "/usr/vorn_app/kelloger is gone when the right is granted"
-        << "grant only files the package installs" << 1 << 1 << failed << "";
+        << "grant only files the package installs" << 1 << 1 << failed << "" << QStringList()
+        << QStringList();
     QTest::newRow("EXEFILE names a file nothing installs")
         << QStringList{"update.ini", "SRCPATH=/usr/vorn_app/kellogger",
                        "SRCPATH=/usr/local/bin/kellogger"}
@@ -432,13 +444,15 @@ void TestKelpack::mistakes()
         << "update.ini" << 40 << "EXEFILE1"
         << "SRCPATH"
         << "not installed by the package"
-        << "copy the file in the same package" << 0 << 1 << failed << "";
+        << "copy the file in the same package" << 0 << 1 << failed << "" << QStringList()
+        << QStringList();
     QTest::newRow("unknown section [ACCESRIGHT]")
         << QStringList{"vorn_app/update.ini", "[ACCESSRIGHT]", "[ACCESRIGHT]"} << "error"
         << "vorn_app/update.ini" << 12 << "ACCESRIGHT"
         << ""
         << "reads no section of this name"
-        << "did you mean [ACCESSRIGHT]?" << 1 << 1 << ok << "/usr/vorn_app/vorn_app \\(644";
+        << "did you mean [ACCESSRIGHT]?" << 1 << 1 << ok << "/usr/vorn_app/vorn_app \\(644"
+        << QStringList() << QStringList();
     QTest::newRow("unknown key SRCPAHT")
         << QStringList{"update.ini", "SRCPATH=./files/usr_kellogger.service",
                        "SRCPAHT=./files/usr_kellogger.service"}
@@ -446,7 +460,7 @@ void TestKelpack::mistakes()
         << "update.ini" << 28 << "COPYFILE2"
         << "SRCPAHT"
         << "reads no key of this name in [COPYFILE2]"
-        << "did you mean SRCPATH?" << 1 << 1 << failed << "";
+        << "did you mean SRCPATH?" << 1 << 1 << failed << "" << QStringList() << QStringList();
     QTest::newRow("DESPATH for DESTPATH")
         << QStringList{"update.ini", "DESTPATH=/usr/vorn_app/config/panel.conf",
                        "DESPATH=/usr/vorn_app/config/panel.conf"}
@@ -454,7 +468,8 @@ void TestKelpack::mistakes()
         << "update.ini" << 20 << "COPYFILE1"
         << "DESPATH"
         << "reads no key of this name in [COPYFILE1]"
-        << "did you mean DESTPATH?" << 1 << 1 << ok << "!replaced /usr/vorn_app/config/panel.conf";
+        << "did you mean DESTPATH?" << 1 << 1 << ok << "!replaced /usr/vorn_app/config/panel.conf"
+        << QStringList() << QStringList();
     QTest::newRow("unquoted comma in DESTPATH")
         << QStringList{"update.ini", "DESTPATH=/usr/vorn_app/config/panel.conf",
                        "DESTPATH=/usr/vorn_app/config/modbus,line4.conf"}
@@ -463,7 +478,7 @@ void TestKelpack::mistakes()
         << "DESTPATH"
         << "splits the value at the unquoted \",\""
         << "DESTPATH=\"/usr/vorn_app/config/modbus,line4.conf\"" << 1 << 1 << ok
-        << "!replaced /usr/vorn_app/config/panel.conf";
+        << "!replaced /usr/vorn_app/config/panel.conf" << QStringList() << QStringList();
     QTest::newRow("COMMAND script with CR LF")
         << QStringList{"update.ini",     command, "COMMAND=\"sh ./files/setup.sh\"",
                        "files/setup.sh", "",      "touch /usr/vorn_app/config/setup.out\r\n"}
@@ -471,13 +486,15 @@ void TestKelpack::mistakes()
         << "update.ini" << 44 << "RESTART"
         << "COMMAND"
         << "has CR LF line ends"
-        << "LF line ends" << 1 << 1 << ok << "!config/setup.out \\(";
+        << "LF line ends" << 1 << 1 << ok << "!config/setup.out \\(" << QStringList()
+        << QStringList();
     QTest::newRow("COMMAND that fails")
         << QStringList{"update.ini", command, "COMMAND=\"sh ./files/setup.sh\""} << "error"
         << "update.ini" << 44 << "RESTART"
         << "COMMAND"
         << "is not a file of the package folder, where the command runs"
-        << "the path of a file of the package" << 1 << 1 << ok << "";
+        << "the path of a file of the package" << 1 << 1 << ok << "" << QStringList()
+        << QStringList();
     QTest::newRow("two copies to one destination")
         << QStringList{"update.ini", "DESTPATH=/usr/vorn_app/config/panel.conf",
                        "DESTPATH=/etc/systemd/system/usr_kellogger.service"}
@@ -485,7 +502,8 @@ void TestKelpack::mistakes()
         << "update.ini" << 29 << "COPYFILE2"
         << "DESTPATH"
         << "is also written by [COPYFILE1]"
-        << "one record per destination" << 1 << 1 << ok << QString::fromUtf8("无法完成更名操作");
+        << "one record per destination" << 1 << 1 << ok << QString::fromUtf8("无法完成更名操作")
+        << QStringList() << QStringList();
     QTest::newRow("STOPPROC of 16 characters")
         << QStringList{"update.ini", "STOPPROC=kelsample_view", "STOPPROC=kelsample_viewer"}
         << "error"
@@ -493,19 +511,23 @@ void TestKelpack::mistakes()
         << "STOPPROC"
         << "the process list shows at most 15"
         << "STOPPROC=kelsample_viewe" << 1 << 0 << ""
-        << "";
+        << "" << QStringList{"--runtime", "absent"}
+        << QStringList{"KELSIM_SETUP=cp /bin/sleep /tmp/kelsample_viewer && (setpriv "
+                       "--reuid=65534 --regid=65534 --clear-groups "
+                       "/tmp/kelsample_viewer 1000 &)",
+                       "KELSIM_WRAPPER=setpriv --bounding-set=-kill --inh-caps=-kill"};
     QTest::newRow("project CRC that does not match")
         << QStringList{"project/project.ini", "CRC=auto", "CRC=1234abcd"} << "error"
         << "project/project.ini" << 7 << "FILE1"
         << "CRC"
         << "(expected 1234abcd, actual cbc567ad)"
-        << "CRC=auto" << 1 << 1 << failed << "";
+        << "CRC=auto" << 1 << 1 << failed << "" << QStringList() << QStringList();
     QTest::newRow("src_path without /")
         << QStringList{"vorn_app/update.ini", "src_path=./", "src_path=."} << "error"
         << "vorn_app/update.ini" << 9 << "FILE1"
         << "src_path"
         << "must end with \"/\""
-        << "src_path=./" << 1 << 1 << failed << "";
+        << "src_path=./" << 1 << 1 << failed << "" << QStringList() << QStringList();
 }
 
 void TestKelpack::verifyPredicts()
@@ -557,17 +579,19 @@ void TestKelpack::verifyPredicts()
     QCOMPARE(QFileInfo::exists(dir + "/out/update/update.ini"), status == 0);
 }
 
-QString TestKelpack::simulate(const QString& stick, int runs, const QStringList& programOptions)
+QString TestKelpack::simulate(const QString& stick, int runs, const QStringList& simOptions,
+                              const QStringList& environment)
 {
     QString out;
     for (int run = 0; run < runs; ++run) {
         QProcess sim;
         sim.setProcessChannelMode(QProcess::MergedChannels);
+        sim.setEnvironment(QProcess::systemEnvironment() + environment);
         sim.start(
             QStringLiteral(KEL_SOURCE_DIR) + "/sim/kelsim",
             QStringList{"--panel", dir + "/panel", "--screenshots", "none", "--timeout", "90"} +
-                (run == 0 ? QStringList{"--fresh"} : QStringList()) + QStringList{stick} +
-                (programOptions.isEmpty() ? QStringList{"-s", "-nr"} : programOptions));
+                simOptions + (run == 0 ? QStringList{"--fresh"} : QStringList()) +
+                QStringList{stick, "-s", "-nr"});
         if (!sim.waitForFinished(180000))
             sim.kill();
         out = QString::fromUtf8(sim.readAll());
@@ -591,15 +615,15 @@ void TestKelpack::panelConfirms()
     QFETCH(int, runs);
     QFETCH(QString, report);
     QFETCH(QString, evidence);
+    QFETCH(QStringList, simOptions);
+    QFETCH(QStringList, environment);
     SANDBOX_REQUIRED();
     if (QStandardPaths::findExecutable("Xvfb").isEmpty())
         QSKIP("Xvfb is not installed (scripts/install-deps.sh installs it)");
-    if (runs == 0)
-        QSKIP("not shown on a PC: its killall matches the first 15 characters of a long name");
     QCOMPARE(kelpack({"build", tree(edits), dir + "/out", "--program", KEL_PROGRAM_PATH,
                       "--despite-errors"}),
              0);
-    const QString out = simulate(dir + "/out", runs);
+    const QString out = simulate(dir + "/out", runs, simOptions, environment);
     QCOMPARE(section(out, "report").trimmed(), report);
     if (evidence.startsWith('!'))
         QVERIFY2(!out.contains(QRegularExpression(evidence.mid(1))), qPrintable(out));
