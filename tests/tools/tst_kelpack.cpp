@@ -522,6 +522,18 @@ void TestKelpack::mistakes()
         << "CRC"
         << "(expected 1234abcd, actual cbc567ad)"
         << "CRC=auto" << 1 << 1 << failed << "" << QStringList() << QStringList();
+    QTest::newRow("copy CRC32 that does not match")
+        << QStringList{"update.ini", "CRC32=auto", "CRC32=1234ABCD"} << "error"
+        << "update.ini" << 22 << "COPYFILE1"
+        << "CRC32"
+        << "(expected 1234ABCD, actual 98785066)"
+        << "CRC32=auto" << 1 << 1 << failed << "" << QStringList() << QStringList();
+    QTest::newRow("project SIZE that does not match")
+        << QStringList{"project/project.ini", "SIZE=auto", "SIZE=1"} << "error"
+        << "project/project.ini" << 8 << "FILE1"
+        << "SIZE"
+        << "(expected 1, actual 42)"
+        << "SIZE=auto" << 1 << 1 << failed << "" << QStringList() << QStringList();
     QTest::newRow("src_path without /")
         << QStringList{"vorn_app/update.ini", "src_path=./", "src_path=."} << "error"
         << "vorn_app/update.ini" << 9 << "FILE1"
@@ -577,6 +589,38 @@ void TestKelpack::verifyPredicts()
     for (const QString& finding : lines)
         QVERIFY2(err.contains(finding.toUtf8()), err.constData());
     QCOMPARE(QFileInfo::exists(dir + "/out/update/update.ini"), status == 0);
+    // The stick it wrote tells the same, without the tree.
+    if (status == 0) {
+        QByteArray stick;
+        QCOMPARE(kelpack({"verify", dir + "/out/update", "--json"}, &stick), 0);
+        const auto where = [](const QJsonArray& list) {
+            QStringList places;
+            for (const QJsonValue& value : list) {
+                const QJsonObject f = value.toObject();
+                places << QStringList{f.value("severity").toString(), f.value("file").toString(),
+                                      f.value("section").toString(), f.value("key").toString()}
+                              .join(' ');
+            }
+            return places;
+        };
+        QCOMPARE(where(QJsonDocument::fromJson(stick).object().value("findings").toArray()),
+                 where(findings));
+    }
+    // info walks the same steps: every step of its JSON is a line of its text.
+    QByteArray plan, planJson;
+    QCOMPARE(kelpack({"info", source}, &plan), 0);
+    QCOMPARE(kelpack({"info", source, "--json"}, &planJson), 0);
+    const QJsonArray steps = QJsonDocument::fromJson(planJson).object().value("steps").toArray();
+    QVERIFY(steps.size() > 10);
+    for (const QJsonValue& value : steps) {
+        const QJsonObject step = value.toObject();
+        QString line = "   " + step.value("action").toString();
+        for (const char* field : {"target", "source"})
+            if (!step.value(field).toString().isEmpty())
+                line += QString(field) == "source" ? " from " + step.value(field).toString()
+                                                   : " " + step.value(field).toString();
+        QVERIFY2(plan.contains(line.toUtf8()), qPrintable(line));
+    }
 }
 
 QString TestKelpack::simulate(const QString& stick, int runs, const QStringList& simOptions,
