@@ -191,7 +191,8 @@ const ManifestText* PackageVerifier::text(const QString& file)
 
 QSettings* PackageVerifier::openScrambled(const QString& file)
 {
-    const QString plain = m_scratch + "/read" + QString::number(m_texts.size()) + ".ini";
+    // A file of its own for each: the settings reader caches files by their path.
+    const QString plain = m_scratch + "/read" + QString::number(++m_opened) + ".ini";
     if (!QSettingsFactory::decryptFile(m_dir + "/" + file, plain, QSettingsFactory::CRYPT_CHECKED))
         return nullptr;
     auto* settings = new QSettings(plain, QSettings::IniFormat);

@@ -70,6 +70,7 @@ private:
     QString m_dir;
     QString m_tree;
     QString m_scratch;
+    int m_opened = 0;
     QString m_phase;
     PanelModel m_panel;
     QSet<QString> m_granted; // panel paths made executable so far
