@@ -7,9 +7,9 @@ cd "$(dirname "$0")/.."
 seconds=${FUZZ_SECONDS:-60}
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKEL_FUZZ=ON \
     -DKEL_BUILD_TESTS=OFF >/dev/null
-cmake --build build-fuzz -j"$(nproc)" --target fuzz_manifest fuzz_language
+cmake --build build-fuzz -j"$(nproc)" --target fuzz_manifest fuzz_language fuzz_stick_manifest
 status=0
-for target in manifest language; do
+for target in manifest language stick_manifest; do
     # Absolute paths: a target may change its working directory.
     work="$PWD/build-fuzz/corpus-$target"
     crashes="$PWD/fuzz/crashes/$target"

@@ -8,7 +8,8 @@ stick=/media/usb0
 
 snapshot() { # path, mode, link target or sha of every file in the panel's directories
     list="$run/paths.txt"
-    find /usr/vorn_app /etc/systemd/system \( -type f -o -type l \) 2>/dev/null | sort > "$list"
+    find /usr/vorn_app /etc/systemd/system /var/lib/kelgate \( -type f -o -type l \) 2>/dev/null |
+        sort > "$list"
     # A few processes for the whole list, not a few per file: packages hold thousands of files.
     tr '\n' '\0' < "$list" | xargs -0 -r sh -c '
         find "$@" -maxdepth 0 \( -type l -printf "L %p %l\n" \) -o \( -type f -printf "M %p %m\n" \)
@@ -51,6 +52,9 @@ drop=-sys_admin
 # The frames the program leaves behind are grabbed by a shim in the program itself.
 preload=""
 [ -n "$KELSIM_GRAB_LIB" ] && preload="LD_PRELOAD=$KELSIM_GRAB_LIB KELSIM_GRAB_DIR=$frames"
+# The panel's gate checks the stick first; its notice stays long enough for a screenshot.
+gate=""
+[ -n "$KELSIM_GATE" ] && gate="$KELSIM_GATE --notice-seconds 3"
 sleep 0.2
 
 cd "$stick/$KELSIM_PACKAGE"
@@ -61,7 +65,7 @@ started=$(date +%s%N)
     # shellcheck disable=SC2086
     setpriv --bounding-set="$drop" --inh-caps="$drop" \
         env $preload ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}verify_asan_link_order=0" \
-        ${KELSIM_WRAPPER:-} ./kelloadui.bin $KELSIM_OPTIONS >"$run/stdout.txt" 2>"$run/stderr.txt"
+        ${KELSIM_WRAPPER:-} $gate ./kelloadui.bin $KELSIM_OPTIONS >"$run/stdout.txt" 2>"$run/stderr.txt"
     echo $? > "$run/status.txt"
     echo $((($(date +%s%N) - started) / 1000000)) > "$run/elapsed-ms.txt"
 ) &

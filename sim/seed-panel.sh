@@ -1,5 +1,6 @@
 #!/bin/sh
-# Seeds a simulated panel with a small installed runtime 1.1.0, a project and two services.
+# Seeds a simulated panel with a small installed runtime 1.1.0, a project and two services, and
+# the identity its gate (kelgate) knows: the model and the installed version, no key.
 set -eu
 panel=$1
 app="$panel/usr/vorn_app"
@@ -17,3 +18,7 @@ chmod 755 "$app/vorn_app"
 units="$panel/etc/systemd/system"
 printf '[Service]\nExecStart=/usr/vorn_app/vorn_app\n' > "$units/usr_vorn_app.service"
 ln -sf /etc/systemd/system/usr_vorn_app.service "$units/multi-user.target.wants/usr_vorn_app.service"
+gate="$panel/etc/kelgate"
+mkdir -p "$gate/keys" "$panel/var/lib/kelgate"
+[ -e "$gate/model" ] || printf 'KEL-700\n' > "$gate/model"
+[ -e "$panel/var/lib/kelgate/version" ] || printf '1.1.0\n' > "$panel/var/lib/kelgate/version"

@@ -305,7 +305,7 @@ void TestKelpack::verifyPredicts()
     for (const QString& finding : lines)
         QVERIFY2(err.contains(finding.toUtf8()), err.constData());
     QCOMPARE(QFileInfo::exists(dir + "/out/update/update.ini"), status == 0);
-    // The stick it wrote tells the same, without the tree.
+    // The stick it wrote tells the same without the tree, its signature audited besides.
     if (status == 0) {
         QByteArray stick;
         QCOMPARE(kelpack({"verify", dir + "/out/update", "--json"}, &stick), 0);
@@ -313,6 +313,8 @@ void TestKelpack::verifyPredicts()
             QStringList places;
             for (const QJsonValue& value : list) {
                 const QJsonObject f = value.toObject();
+                if (f.value("file").toString().startsWith("kelgate."))
+                    continue;
                 places << QStringList{f.value("severity").toString(), f.value("file").toString(),
                                       f.value("section").toString(), f.value("key").toString()}
                               .join(' ');
@@ -352,12 +354,17 @@ void TestKelpack::englishTextsAreComplete()
     const QMap<int, QString> chinese = table(kel::kDefaultLanguageFile);
     const QMap<int, QString> english =
         table(QStringLiteral(KEL_SOURCE_DIR) + "/src/app/resource/lan/english.lan");
-    QCOMPARE(chinese.size(), 243);
+    // The updater's 243 texts (1000-1018, 2000-2223) and every text added after them.
+    QVERIFY(chinese.size() >= 243 && chinese.contains(1000) && chinese.contains(2223));
     const QRegularExpression placeholder("%\\d?");
     for (auto zh = chinese.begin(); zh != chinese.end(); ++zh) {
         QVERIFY2(english.contains(zh.key()), qPrintable(QString::number(zh.key())));
         const QString en = english.value(zh.key());
-        QVERIFY2(!en.isEmpty() && !en.contains(QRegularExpression("[\\x{4e00}-\\x{9fff}]")),
+        // The report line stays as it is: the gate, the simulator and integrators read it.
+        const bool report = zh.key() == 2055 || zh.key() == 2059;
+        QVERIFY2(report
+                     ? en == zh.value()
+                     : !en.isEmpty() && !en.contains(QRegularExpression("[\\x{4e00}-\\x{9fff}]")),
                  qPrintable(QString::number(zh.key())));
         QStringList zhMarks, enMarks;
         for (auto it = placeholder.globalMatch(zh.value()); it.hasNext();)
@@ -401,7 +408,7 @@ void TestKelpack::panelSpeaksEnglish()
     run.start(dir + "/out/update/kelloadui.bin", options);
     QVERIFY(run.waitForFinished(60000));
     const QString log = QString::fromUtf8(fixture::readFile(dir + "/out/update.log"));
-    QVERIFY2(log.startsWith("[Passed]\n"), qPrintable(log));
+    QVERIFY2(log.startsWith(QString::fromUtf8("[成功]\n")), qPrintable(log));
     QVERIFY2(log.contains("Starting the update...") && log.contains("Project update: copied "),
              qPrintable(log));
 }

@@ -1,5 +1,6 @@
 #include "def.h"
 #include "multilingual_management.h"
+#include "package_signer.h"
 #include "package_verifier.h"
 #include "package_writer.h"
 #include "starter_tree.h"
@@ -17,12 +18,16 @@ namespace {
 
 const char kUsage[] =
     "usage: kelpack init NEW_TREE\n"
-    "       kelpack build PACKAGE_TREE OUTDIR [--program PATH] [--force] [--despite-errors]\n"
-    "       kelpack verify PACKAGE_TREE|STICK_PACKAGE_DIR [--json]\n"
+    "       kelpack build PACKAGE_TREE OUTDIR [--program PATH] [--force] [--sign SECRET_KEY]\n"
+    "                     [--despite-errors]\n"
+    "       kelpack verify PACKAGE_TREE|STICK_PACKAGE_DIR [--json] [--keys PUBLIC_KEY_DIR]\n"
     "       kelpack info PACKAGE_TREE|STICK_PACKAGE_DIR [--json]\n"
     "       kelpack scramble PLAIN_INI SCRAMBLED_INI\n"
     "       kelpack unscramble SCRAMBLED_INI PLAIN_INI\n"
     "       kelpack crc FILE...   (prints: upper-case CRC, lower-case CRC, size, file)\n"
+    "       kelpack keygen NAME   (writes NAME.key, owner-only, and NAME.pub)\n"
+    "       kelpack sign STICK_PACKAGE_DIR SECRET_KEY|--unsigned [--version V] [--models M,...]\n"
+    "                    [--replaces V]\n"
     "       kelpack --help | --version\n"
     "\n"
     "init writes a commented starter tree. verify predicts what the panel meets: errors fail\n"
@@ -82,6 +87,7 @@ int build(const Arguments& args)
     StickBuilder builder(args.positional[0], args.positional[1], args.options.value("--program"),
                          args.options.contains("--force"));
     builder.setDespiteErrors(args.options.contains("--despite-errors"));
+    builder.setSigningKey(args.options.value("--sign"));
     const bool built = builder.build();
     for (const QString& warning : builder.warnings())
         fprintf(stderr, "kelpack: warning: %s\n", warning.toUtf8().constData());
@@ -92,8 +98,10 @@ int build(const Arguments& args)
     return 0;
 }
 
-// Checks a package tree (built into a scratch folder first) or a stick's package folder.
-bool check(const QString& path, VerifyReport* report, QString* error)
+// Checks a package tree (built into a scratch folder first) or a stick's package folder, with
+// the panels' public keys when given; signing receives what the stick manifest says.
+bool check(const QString& path, const QString& keysDir, VerifyReport* report, QString* error,
+           QString* signing = nullptr)
 {
     const bool tree = QFileInfo(path + "/" + recipe::kFile).isFile();
     QTemporaryDir scratch;
@@ -104,8 +112,12 @@ bool check(const QString& path, VerifyReport* report, QString* error)
         return false;
     }
     PackageVerifier verifier(package, tree ? path : QString());
+    verifier.setTrustedKeys(keysDir);
+    verifier.setSignatureAudited(!tree);
     verifier.verify();
     *report = verifier.report();
+    if (signing)
+        *signing = PackageSigner::describe(package);
     return true;
 }
 
@@ -115,7 +127,7 @@ int verify(const Arguments& args)
         return usageError("verify needs PACKAGE_TREE or STICK_PACKAGE_DIR");
     VerifyReport report;
     QString error;
-    if (!check(args.positional[0], &report, &error))
+    if (!check(args.positional[0], args.options.value("--keys"), &report, &error))
         return fail(error);
     const QString package = QDir(args.positional[0]).absolutePath();
     if (args.options.contains("--json")) {
@@ -139,12 +151,14 @@ int info(const Arguments& args)
         return usageError("info needs PACKAGE_TREE or STICK_PACKAGE_DIR");
     VerifyReport report;
     QString error;
-    if (!check(args.positional[0], &report, &error))
+    QString signing;
+    if (!check(args.positional[0], QString(), &report, &error, &signing))
         return fail(error);
     const QString package = QDir(args.positional[0]).absolutePath();
     const bool json = args.options.contains("--json");
-    fputs((json ? report.planJson(package) : report.planText(package)).toUtf8().constData(),
-          stdout);
+    fputs(
+        (json ? report.planJson(package) : report.planText(package) + signing).toUtf8().constData(),
+        stdout);
     if (!json && report.hasErrors())
         printf("%d errors: see kelpack verify\n", report.errorCount());
     return report.steps().isEmpty() ? 1 : 0;
@@ -210,9 +224,13 @@ int main(int argc, char** argv)
     const QStringList rest = words.mid(1);
     Arguments args;
     if (command == "build")
-        args = parse(rest, {"--force", "--despite-errors"}, {"--program"});
-    else if (command == "verify" || command == "info")
+        args = parse(rest, {"--force", "--despite-errors"}, {"--program", "--sign"});
+    else if (command == "verify")
+        args = parse(rest, {"--json"}, {"--keys"});
+    else if (command == "info")
         args = parse(rest, {"--json"}, {});
+    else if (command == "keygen" || command == "sign")
+        return PackageSigner::run(words);
     else if (command == "init" || command == "scramble" || command == "unscramble" ||
              command == "crc")
         args = parse(rest, {}, {});

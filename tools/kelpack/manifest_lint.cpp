@@ -68,7 +68,8 @@ const QStringList& intKeys()
 // Keys whose value may be a list: each element is its own entry.
 const QStringList& listKeys()
 {
-    static const QStringList keys = names({kStopProc, kAutoStart, kAutoStop, kDelayCopy});
+    static const QStringList keys =
+        names({kStopProc, kAutoStart, kAutoStop, kDelayCopy, recipe::kModels});
     return keys;
 }
 

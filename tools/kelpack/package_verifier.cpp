@@ -8,6 +8,7 @@
 #include "generateconfiginfo.h"
 #include "manifest_lint.h"
 #include "package_keys.h"
+#include "package_signer.h"
 #include "qsettingsfactory.h"
 #include "stick_builder.h"
 
@@ -280,6 +281,12 @@ void PackageVerifier::verify()
             "is not in the package folder: nothing runs the update",
             "build the stick with "
             "kelpack build");
+    if (!m_signatureAudited)
+        return;
+    PackageSigner::audit(m_dir, m_keysDir,
+                         [this](bool error, const QString& file, const QString& message) {
+                             add(error, file, QString(), QString(), message);
+                         });
 }
 
 void PackageVerifier::walkPrepare(GenerateConfigInfo& root)

@@ -24,6 +24,10 @@ public:
     // packageDir: the package folder of a stick (scrambled manifests, md5 list). treeDir: the
     // tree it was built from, or empty for a stick alone.
     PackageVerifier(const QString& packageDir, const QString& treeDir = QString());
+    // The panels' public keys, to check the stick manifest's signature with.
+    void setTrustedKeys(const QString& keysDir) { m_keysDir = keysDir; }
+    // A tree checked before it is built has no signature yet: leave the stick manifest out.
+    void setSignatureAudited(bool audited) { m_signatureAudited = audited; }
     void verify();
     const VerifyReport& report() const { return m_report; }
 
@@ -69,6 +73,8 @@ private:
 
     QString m_dir;
     QString m_tree;
+    QString m_keysDir;
+    bool m_signatureAudited = true;
     QString m_scratch;
     int m_opened = 0;
     QString m_phase;

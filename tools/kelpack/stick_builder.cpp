@@ -1,5 +1,6 @@
 #include "stick_builder.h"
 
+#include "package_signer.h"
 #include "package_verifier.h"
 #include "package_writer.h"
 #include "stick_output.h"
@@ -182,7 +183,9 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
         return false;
     if (!QFileInfo::exists(package + "/update.ini"))
         return fail(m_tree + "/update.ini: the package manifest is missing");
-    return writeManifest(package, "update.ini", true, false);
+    // The stick manifest comes last: it lists every file written before it.
+    return writeManifest(package, "update.ini", true, false) &&
+           PackageSigner::signBuild(recipe, recipePath, package, m_signingKey, &m_error);
 }
 
 bool StickBuilder::fillAuto(QSettings& source, const QString& dir, bool projectStyle,

@@ -17,7 +17,12 @@ inline constexpr char kFolder[] = "folder";
 inline constexpr char kProgram[] = "program";
 inline constexpr char kLanguages[] = "languages";
 inline constexpr char kToolLanguage[] = "tool_language";
-inline constexpr const char* kStickKeys[] = {kFolder, kProgram, kLanguages, kToolLanguage};
+// The release the stick manifest for kelgate names (see PackageSigner).
+inline constexpr char kVersion[] = "version";
+inline constexpr char kModels[] = "models";
+inline constexpr char kReplaces[] = "replaces";
+inline constexpr const char* kStickKeys[] = {kFolder,  kProgram, kLanguages, kToolLanguage,
+                                             kVersion, kModels,  kReplaces};
 inline constexpr char kLanguage[] = "language";
 inline constexpr char kLanguageFile[] = "file";
 inline constexpr char kLanguageNumber[] = "number";
@@ -42,6 +47,9 @@ public:
     // Builds into the empty folder stick only to check the tree: no program, nothing verified.
     // packageDir receives the package folder.
     bool stage(const QString& stick, QString* packageDir);
+    // With a secret key file the stick gets a signed manifest; without one, a recipe that names
+    // a version still gets an unsigned one.
+    void setSigningKey(const QString& secretKeyFile) { m_signingKey = secretKeyFile; }
     QString error() const { return m_error; }
     // The findings of the check that build made.
     const VerifyReport& report() const { return m_report; }
@@ -67,6 +75,7 @@ private:
     bool m_force;
     bool m_checkOnly = false;
     bool m_despiteErrors = false;
+    QString m_signingKey;
     QString m_error;
     VerifyReport m_report;
     QStringList m_warnings;

@@ -1,0 +1,280 @@
+#include "fixture.h"
+#include "panel_identity.h"
+#include "sandbox.h"
+#include "stick_check.h"
+#include "trust_store.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QProcess>
+#include <QtTest>
+#include <sys/stat.h>
+
+// The gate's verdict on sticks signed by the package tool and then damaged, on panels with
+// other keys, models and versions: each refusal names its reason and what it found.
+class TestStickCheck : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase() { QDir(dir).removeRecursively(); }
+    void init();
+    void verdict_data();
+    void verdict();
+    void installedVersionIsRecordedOnSuccessOnly_data();
+    void installedVersionIsRecordedOnSuccessOnly();
+
+private:
+    int kelpack(const QStringList& args);
+    QString dir;
+    QString stick;
+    QString package;
+};
+
+namespace {
+
+enum Damage
+{
+    Intact,
+    ChangeByte,
+    Grow,
+    AddFile,
+    RemoveFile,
+    CutManifest,
+    AlterManifest,
+    RemoveManifest,
+    LinkAt,
+    FifoAt,
+    RemoveSignature
+};
+
+} // namespace
+Q_DECLARE_METATYPE(Damage)
+Q_DECLARE_METATYPE(StickCheck::Result)
+
+int TestStickCheck::kelpack(const QStringList& args)
+{
+    QProcess tool;
+    tool.start(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack", args);
+    tool.waitForFinished();
+    return tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
+}
+
+void TestStickCheck::initTestCase()
+{
+    dir = sandbox::makeScratchDir("stickcheck");
+    QCOMPARE(kelpack({"keygen", dir + "/vendor"}), 0);
+    QCOMPARE(kelpack({"keygen", dir + "/other"}), 0);
+    fixture::writeFile(dir + "/elsewhere/passwd", "root:x:0:0\n");
+    for (const char* key : {"vendor", "other"}) {
+        QDir().mkpath(dir + "/" + key + "-keys");
+        QVERIFY(QFile::copy(dir + "/" + key + ".pub", dir + "/" + key + "-keys/" + key + ".pub"));
+    }
+}
+
+void TestStickCheck::init()
+{
+    stick = dir + "/stick";
+    package = stick + "/update";
+    QDir(stick).removeRecursively();
+    QDir(dir + "/panel").removeRecursively();
+    fixture::writeFile(package + "/kelloadui.bin", "#!/bin/sh\n");
+    fixture::writeFile(package + "/update.ini", "scrambled");
+    fixture::writeFile(package + "/project/main.pro", "[project]\n");
+    fixture::writeFile(stick + "/language/0001.lan", "[1000]\nstring=Warning\n");
+    fixture::writeFile(stick + "/config/vornUpdateSet.ini", "[tool_language]\ntype=1\n");
+    fixture::writeFile(stick + "/qws/qwsserver", "server");
+    // Beside the folders the updater reads, anything may lie on a stick.
+    fixture::writeFile(stick + "/photos/holiday.jpg", "jpeg");
+}
+
+void TestStickCheck::verdict_data()
+{
+    QTest::addColumn<Damage>("damage");
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<bool>("signedStick");
+    QTest::addColumn<QString>("keys"); // the panel's: vendor, other or none
+    QTest::addColumn<QString>("model");
+    QTest::addColumn<QString>("installed");
+    QTest::addColumn<StickCheck::Result>("result");
+    QTest::addColumn<QString>("argument");
+
+    using R = StickCheck::Result;
+    const QString none;
+    auto row = [&](const char* name, Damage damage, const QString& path, R result,
+                   const QString& argument) {
+        QTest::newRow(name) << damage << path << true << "vendor"
+                            << "KEL-700"
+                            << "1.1.0" << result << argument;
+    };
+    row("signed stick passes", Intact, none, R::Passed, none);
+    row("changed byte in the package", ChangeByte, "update/update.ini", R::FileChanged,
+        "update/update.ini");
+    row("changed byte in a language file", ChangeByte, "language/0001.lan", R::FileChanged,
+        "language/0001.lan");
+    row("changed byte in the program", ChangeByte, "update/kelloadui.bin", R::FileChanged,
+        "update/kelloadui.bin");
+    row("grown file", Grow, "qws/qwsserver", R::FileChanged, "qws/qwsserver");
+    row("extra file in the package", AddFile, "update/project/evil.sh", R::ExtraFile,
+        "update/project/evil.sh");
+    row("extra hidden file beside it", AddFile, "config/.profile", R::ExtraFile, "config/.profile");
+    row("missing file", RemoveFile, "config/vornUpdateSet.ini", R::FileMissing,
+        "config/vornUpdateSet.ini");
+    row("cut-short manifest", CutManifest, none, R::ManifestUnreadable, "update/kelgate.manifest");
+    row("manifest altered after signing", AlterManifest, none, R::BadSignature, none);
+    row("manifest removed, signature kept", RemoveManifest, none, R::ManifestUnreadable,
+        "update/kelgate.manifest");
+    row("signature removed", RemoveSignature, none, R::Unsigned, none);
+    row("link in the package", LinkAt, "update/project/data", R::UnsafeEntry,
+        "update/project/data");
+    row("side folder is a link", LinkAt, "language", R::UnsafeEntry, "language");
+    row("manifest is a link", LinkAt, "update/kelgate.manifest", R::UnsafeEntry,
+        "update/kelgate.manifest");
+    row("pipe in the package", FifoAt, "update/pipe", R::UnsafeEntry, "update/pipe");
+
+    QTest::newRow("wrong key") << Intact << none << true << "other"
+                               << "KEL-700"
+                               << "1.1.0" << R::BadSignature << none;
+    QTest::newRow("unsigned stick on a panel with a key") << Intact << none << false << "vendor"
+                                                          << "KEL-700"
+                                                          << "1.1.0" << R::Unsigned << none;
+    QTest::newRow("another model") << Intact << none << true << "vendor"
+                                   << "KEL-430"
+                                   << "1.1.0" << R::OtherModel << "KEL-1000, KEL-700";
+    QTest::newRow("model unknown") << Intact << none << true << "vendor" << none << "1.1.0"
+                                   << R::ModelUnknown << dir + "/panel/model";
+    QTest::newRow("older than installed") << Intact << none << true << "vendor"
+                                          << "KEL-700"
+                                          << "1.10" << R::OlderVersion << "1.2.0";
+    QTest::newRow("same version again") << Intact << none << true << "vendor"
+                                        << "KEL-700"
+                                        << "1.2" << R::Passed << none;
+    QTest::newRow("panel too old to replace") << Intact << none << true << "vendor"
+                                              << "KEL-700"
+                                              << "0.9.9" << R::PanelTooOld << "0.9.9";
+    QTest::newRow("nothing installed is too old") << Intact << none << true << "vendor"
+                                                  << "KEL-700" << none << R::PanelTooOld << "0";
+    QTest::newRow("no key: unsigned stick passes") << Intact << none << false << "none"
+                                                   << "KEL-700"
+                                                   << "1.1.0" << R::Passed << none;
+    QTest::newRow("no key: altered unsigned stick")
+        << ChangeByte << "update/update.ini" << false << "none"
+        << "KEL-700"
+        << "1.1.0" << R::FileChanged << "update/update.ini";
+    QTest::newRow("no key: cut-short unsigned manifest")
+        << CutManifest << none << false << "none"
+        << "KEL-700"
+        << "1.1.0" << R::ManifestUnreadable << "update/kelgate.manifest";
+    QTest::newRow("no key, no manifest: runs as before")
+        << RemoveManifest << none << false << "none"
+        << "KEL-700"
+        << "1.1.0" << R::NoManifest << none;
+    QTest::newRow("key, no manifest") << RemoveManifest << none << false << "vendor"
+                                      << "KEL-700"
+                                      << "1.1.0" << R::Unsigned << none;
+}
+
+void TestStickCheck::verdict()
+{
+    QFETCH(Damage, damage);
+    QFETCH(QString, path);
+    QFETCH(bool, signedStick);
+    QFETCH(QString, keys);
+    QFETCH(QString, model);
+    QFETCH(QString, installed);
+    QFETCH(StickCheck::Result, result);
+    QFETCH(QString, argument);
+
+    QCOMPARE(kelpack({"sign", package, signedStick ? dir + "/vendor.key" : "--unsigned",
+                      "--version", "1.2.0", "--models", "KEL-700,KEL-1000", "--replaces", "1.0.0"}),
+             0);
+    const QString target = stick + "/" + path;
+    const QString manifest = package + "/kelgate.manifest";
+    QByteArray bytes =
+        fixture::readFile(damage == CutManifest || damage == AlterManifest ? manifest : target);
+    switch (damage) {
+    case Intact:
+        break;
+    case ChangeByte:
+        bytes[0] = char(bytes[0] ^ 1);
+        fixture::writeFile(target, bytes);
+        break;
+    case Grow:
+        fixture::writeFile(target, bytes + "!");
+        break;
+    case AddFile:
+        fixture::writeFile(target, "echo owned\n");
+        break;
+    case RemoveFile:
+        QVERIFY(QFile::remove(target));
+        break;
+    case CutManifest:
+        fixture::writeFile(manifest, bytes.left(bytes.size() * 2 / 3));
+        break;
+    case AlterManifest:
+        fixture::writeFile(manifest, bytes.replace("replaces 1.0.0", "replaces 0.0.0"));
+        break;
+    case RemoveManifest:
+        QVERIFY(QFile::remove(manifest));
+        break;
+    case RemoveSignature:
+        QVERIFY(QFile::remove(package + "/kelgate.sig"));
+        break;
+    case LinkAt:
+        QDir(target).removeRecursively();
+        QFile::remove(target);
+        QVERIFY(QFile::link(dir + "/elsewhere", target));
+        break;
+    case FifoAt:
+        QCOMPARE(mkfifo(QFile::encodeName(target).constData(), 0644), 0);
+        break;
+    }
+    if (!model.isEmpty())
+        fixture::writeFile(dir + "/panel/model", model.toUtf8() + "\n");
+    if (!installed.isEmpty())
+        fixture::writeFile(dir + "/state/version", installed.toUtf8() + "\n");
+    else
+        QFile::remove(dir + "/state/version");
+
+    const PanelIdentity panel(dir + "/panel", dir + "/state");
+    StickCheck check(package);
+    QCOMPARE(check.run(TrustStore(keys == "none" ? QString() : dir + "/" + keys + "-keys"), &panel),
+             result);
+    QCOMPARE(check.arguments().value(0), argument);
+    QCOMPARE(check.detail().isEmpty(), result != StickCheck::ManifestUnreadable);
+}
+
+void TestStickCheck::installedVersionIsRecordedOnSuccessOnly_data()
+{
+    QTest::addColumn<QByteArray>("log");
+    QTest::addColumn<bool>("sameManifest");
+    QTest::addColumn<QString>("version");
+    QTest::newRow("success") << QByteArray("[成功]\n[报告]\n") << true << "1.2.0";
+    QTest::newRow("failure") << QByteArray("[失败]\n[报告]\n") << true << "1.1.0";
+    QTest::newRow("run cut short") << QByteArray("[报告]\n") << true << "1.1.0";
+    QTest::newRow("another stick now") << QByteArray("[成功]\n") << false << "1.1.0";
+}
+
+void TestStickCheck::installedVersionIsRecordedOnSuccessOnly()
+{
+    QFETCH(QByteArray, log);
+    QFETCH(bool, sameManifest);
+    QFETCH(QString, version);
+    fixture::writeFile(dir + "/state/version", "1.1.0\n");
+    fixture::writeFile(stick + "/kelgate.manifest", "signed text");
+    PanelIdentity panel(dir + "/panel", dir + "/state");
+    QVERIFY(panel.recordPending(
+        "1.2.0", stick + "/update.log", stick + "/kelgate.manifest",
+        QCryptographicHash::hash("signed text", QCryptographicHash::Sha256).toHex()));
+    fixture::writeFile(stick + "/update.log", log);
+    if (!sameManifest)
+        fixture::writeFile(stick + "/kelgate.manifest", "other text");
+    QCOMPARE(panel.settlePending(QString::fromUtf8("[成功]")), version == "1.2.0");
+    QCOMPARE(panel.installedVersion(), version);
+    // Settled once: the note is gone.
+    QVERIFY(!panel.settlePending(QString::fromUtf8("[成功]")));
+}
+
+QTEST_GUILESS_MAIN(TestStickCheck)
+#include "tst_stick_check.moc"

@@ -1,0 +1,255 @@
+#include "def.h"
+#include "fixture.h"
+#include "multilingual_management.h"
+#include "sandbox.h"
+
+#include <QDir>
+#include <QImage>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QtTest>
+
+// Whole updates through the sealed simulator with the panel's gate in front of the stick's
+// program: a signed stick is applied; every damaged, foreign or outdated stick is refused with
+// its own text before the program starts, and the panel stays untouched.
+class TestSimGate : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase() { QDir(dir).removeRecursively(); }
+    void init();
+    void signedStickIsApplied();
+    void refusedStickNeverStarts_data();
+    void refusedStickNeverStarts();
+    void withoutKeysUncheckedSticksRunAsBefore_data();
+    void withoutKeysUncheckedSticksRunAsBefore();
+
+private:
+    int kelpack(const QStringList& args);
+    void sign(const QString& key);
+    // Runs the stick through the simulator, the gate in front of the program, on a panel of
+    // model with installed version that trusts the keys in keysDir.
+    QString simulate(const QString& keysDir, const QString& model, const QString& installed);
+    QByteArray installedVersion() const;
+    QString section(const QString& out, const QString& name) const;
+    QString dir;
+    QString stick;
+    int status = -1;
+};
+
+void TestSimGate::initTestCase()
+{
+    SANDBOX_REQUIRED();
+    if (QStandardPaths::findExecutable("Xvfb").isEmpty())
+        QSKIP("Xvfb is not installed (scripts/install-deps.sh installs it)");
+    MultilingualManager::GetInstance()->loadMultilingualFile(QString(), kel::kDefaultLanguageFile);
+    dir = sandbox::makeScratchDir("simgate");
+    for (const char* name : {"vendor", "other"}) {
+        QCOMPARE(kelpack({"keygen", dir + "/" + name}), 0);
+        QDir().mkpath(dir + "/" + name + "-keys");
+        QVERIFY(QFile::copy(dir + "/" + name + ".pub", dir + "/" + name + "-keys/key.pub"));
+    }
+    QDir().mkpath(dir + "/no-keys");
+}
+
+void TestSimGate::init()
+{
+    stick = dir + "/stick";
+    QDir(stick).removeRecursively();
+    QDir(dir + "/panel").removeRecursively();
+    QCOMPARE(
+        QProcess::execute("cp", {"-R", QStringLiteral(KEL_BINARY_DIR) + "/examples/stick", stick}),
+        0);
+    fixture::writeFile(stick + "/language/0001.lan", "[1000]\nstring=Warning\n");
+}
+
+int TestSimGate::kelpack(const QStringList& args)
+{
+    QProcess tool;
+    tool.start(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack", args);
+    tool.waitForFinished(60000);
+    return tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
+}
+
+void TestSimGate::sign(const QString& key)
+{
+    QCOMPARE(kelpack({"sign", stick + "/update", key.isEmpty() ? "--unsigned" : dir + "/" + key,
+                      "--version", "1.2.0", "--models", "KEL-700,KEL-1000", "--replaces", "1.0.0"}),
+             0);
+}
+
+QString TestSimGate::simulate(const QString& keysDir, const QString& model,
+                              const QString& installed)
+{
+    // The gate's files in the panel directory, which the simulator binds over the panel's own.
+    const QString panel = dir + "/panel";
+    QDir(panel + "/etc/kelgate/keys").removeRecursively();
+    QDir().mkpath(panel + "/etc/kelgate");
+    QProcess::execute("cp", {"-R", dir + "/" + keysDir, panel + "/etc/kelgate/keys"});
+    fixture::writeFile(panel + "/etc/kelgate/model", model.toUtf8() + "\n");
+    fixture::writeFile(panel + "/var/lib/kelgate/version", installed.toUtf8() + "\n");
+    QProcess sim;
+    sim.setProcessChannelMode(QProcess::MergedChannels);
+    sim.start(QStringLiteral(KEL_SOURCE_DIR) + "/sim/kelsim",
+              {"--panel", panel, "--timeout", "90", "--gate",
+               QStringLiteral(KEL_BINARY_DIR) + "/tools/kelgate/kelgate", stick, "-s", "-nr"});
+    if (!sim.waitForFinished(180000))
+        sim.kill();
+    status = sim.exitStatus() == QProcess::NormalExit ? sim.exitCode() : -1;
+    return QString::fromUtf8(sim.readAll());
+}
+
+QByteArray TestSimGate::installedVersion() const
+{
+    return fixture::readFile(dir + "/panel/var/lib/kelgate/version");
+}
+
+QString TestSimGate::section(const QString& out, const QString& name) const
+{
+    const int start = out.indexOf("== " + name + "\n");
+    if (start < 0)
+        return QString();
+    const int body = start + name.size() + 4;
+    const int end = out.indexOf("\n== ", body - 1);
+    return out.mid(body, end < 0 ? -1 : end - body + 1);
+}
+
+void TestSimGate::signedStickIsApplied()
+{
+    sign("vendor.key");
+    const QString out = simulate("vendor-keys", "KEL-700", "1.1.0");
+    QCOMPARE(status, 0);
+    QCOMPARE(section(out, "report"), QString::fromUtf8("[成功]\n"));
+    const QString changes = section(out, "panel changes");
+    QVERIFY2(changes.contains("replaced /usr/vorn_app/vorn_app "), qPrintable(out));
+    QVERIFY(changes.contains("replaced /var/lib/kelgate/version "));
+    QVERIFY(section(out, "panel actions").contains("panel: runtime exit requested"));
+    QCOMPARE(installedVersion(), QByteArray("1.2.0\n"));
+}
+
+namespace {
+enum Damage
+{
+    Intact,
+    ChangeByte,
+    AddFile,
+    RemoveFile,
+    CutManifest
+};
+} // namespace
+Q_DECLARE_METATYPE(Damage)
+
+void TestSimGate::refusedStickNeverStarts_data()
+{
+    QTest::addColumn<QString>("key"); // signing key; empty: unsigned
+    QTest::addColumn<Damage>("damage");
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("keys"); // the panel's
+    QTest::addColumn<QString>("model");
+    QTest::addColumn<QString>("installed");
+    QTest::addColumn<QString>("reason");
+
+    auto text = [](int id, const QString& a = QString(), const QString& b = QString()) {
+        const QString t = kel::text(id);
+        return b.isEmpty() ? (a.isEmpty() ? t : t.arg(a)) : t.arg(a, b);
+    };
+    const QString v = "vendor.key", keys = "vendor-keys", model = "KEL-700", old = "1.1.0";
+    for (const char* file : {"update/kelloadui.bin", "update/vorn_app/libvornui.so.1.2.0",
+                             "update/update.ini", "language/0001.lan"})
+        QTest::newRow(qPrintable(QString("changed byte in ") + file))
+            << v << ChangeByte << file << keys << model << old << text(2228, file);
+    QTest::newRow("extra file") << v << AddFile << "update/project/extra.scr" << keys << model
+                                << old << text(2230, "update/project/extra.scr");
+    QTest::newRow("missing file") << v << RemoveFile << "update/files/panel.conf" << keys << model
+                                  << old << text(2229, "update/files/panel.conf");
+    QTest::newRow("cut-short manifest")
+        << v << CutManifest << "update/kelgate.manifest" << keys << model << old
+        << text(2225, "update/kelgate.manifest").section("%2", 0, 0);
+    QTest::newRow("wrong key") << "other.key" << Intact << "" << keys << model << old << text(2227);
+    QTest::newRow("another model") << v << Intact << "" << keys << "KEL-430" << old
+                                   << text(2232, "KEL-1000, KEL-700", "KEL-430");
+    QTest::newRow("lower version")
+        << v << Intact << "" << keys << model << "1.3.0" << text(2233, "1.2.0", "1.3.0");
+    QTest::newRow("unsigned stick on a panel with a key")
+        << "" << Intact << "" << keys << model << old << text(2226);
+    QTest::newRow("no key: damaged unsigned stick")
+        << "" << ChangeByte << "update/update.ini"
+        << "no-keys" << model << old << text(2228, "update/update.ini");
+}
+
+void TestSimGate::refusedStickNeverStarts()
+{
+    QFETCH(QString, key);
+    QFETCH(Damage, damage);
+    QFETCH(QString, path);
+    QFETCH(QString, keys);
+    QFETCH(QString, model);
+    QFETCH(QString, installed);
+    QFETCH(QString, reason);
+
+    sign(key);
+    const QString target = stick + "/" + path;
+    QByteArray bytes = fixture::readFile(target);
+    switch (damage) {
+    case Intact:
+        break;
+    case ChangeByte:
+        bytes[bytes.size() / 2] = char(bytes[bytes.size() / 2] ^ 0x20);
+        fixture::writeFile(target, bytes);
+        break;
+    case AddFile:
+        fixture::writeFile(target, "screen=9\n");
+        break;
+    case RemoveFile:
+        QVERIFY(QFile::remove(target));
+        break;
+    case CutManifest:
+        fixture::writeFile(target, bytes.left(bytes.size() / 2));
+        break;
+    }
+    const QString out = simulate(keys, model, installed);
+    // The gate's report and its one line, and nothing of the program's log.
+    QCOMPARE(status, 1);
+    QCOMPARE(section(out, "report"), QString::fromUtf8("[失败]\n"));
+    const QString log = section(out, "log");
+    QVERIFY2(log.startsWith(kel::text(2224) + ": " + reason), qPrintable(out));
+    QCOMPARE(log.count('\n'), 1);
+    QCOMPARE(section(out, "panel changes"), QString());
+    QCOMPARE(section(out, "changes elsewhere"), QString());
+    const QString actions = section(out, "panel actions");
+    QVERIFY2(!actions.contains("runtime exit requested"), qPrintable(actions));
+    QVERIFY(actions.contains("panel: beep 1000 ms"));
+    QVERIFY(actions.contains("runtime after the run: running"));
+    QVERIFY(actions.contains("program exit status: 1"));
+    QCOMPARE(installedVersion(), installed.toUtf8() + "\n");
+    // The gate's red notice is on the screen while it waits.
+    const QDir shots(dir + "/panel/screenshots");
+    bool red = false;
+    for (const QString& shot : shots.entryList({"screen-*.png"}))
+        red = red || QImage(shots.filePath(shot)).pixelColor(5, 5) == QColor(Qt::red);
+    QVERIFY(red);
+}
+
+void TestSimGate::withoutKeysUncheckedSticksRunAsBefore_data()
+{
+    QTest::addColumn<bool>("manifest");
+    QTest::newRow("no manifest") << false;
+    QTest::newRow("unsigned manifest") << true;
+}
+
+void TestSimGate::withoutKeysUncheckedSticksRunAsBefore()
+{
+    QFETCH(bool, manifest);
+    if (manifest)
+        sign(QString());
+    const QString out = simulate("no-keys", "KEL-700", "1.1.0");
+    QCOMPARE(status, 0);
+    QCOMPARE(section(out, "report"), QString::fromUtf8("[成功]\n"));
+    QVERIFY(section(out, "panel changes").contains("replaced /usr/vorn_app/vorn_app "));
+    QCOMPARE(installedVersion(), manifest ? "1.2.0\n" : "1.1.0\n");
+}
+
+QTEST_GUILESS_MAIN(TestSimGate)
+#include "tst_sim_gate.moc"

@@ -1,0 +1,6 @@
+#include "kel_gate.h"
+
+int main(int argc, char** argv)
+{
+    return KelGate().run(argc, argv);
+}
