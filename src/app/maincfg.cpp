@@ -19,6 +19,12 @@ void MainCfg::initCfg(QApplication& app)
     font.setPixelSize(fontPixelSize(screen ? screen->size().width() : 0));
     app.setFont(font);
     app.setWindowIcon(QIcon(" "));
-    // Window decorations belong to the platform's window manager here: dialogs drop their
-    // system-menu buttons through their own window flags instead of a custom decoration.
+    // Window decorations belong to the platform's window manager here: the dialogs drop their
+    // system menus and maximising through dialogFlags() instead of a custom decoration.
+}
+
+Qt::WindowFlags MainCfg::dialogFlags()
+{
+    // Without CustomizeWindowHint Qt puts the system menu back, and a close button brings it too.
+    return Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowStaysOnTopHint;
 }

@@ -1,6 +1,7 @@
 #include "qsettingsfactory.h"
 
 #include "def.h"
+#include "panel_library.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -51,7 +52,7 @@ bool transformFile(const QString& srcPath, const QString& dstPath,
     }
     src.close();
     dst.close();
-    sync();
+    PanelLibrary::instance().sync();
     return ok;
 }
 

@@ -3,25 +3,25 @@
 #include <QString>
 #include <QtGlobal>
 #include <map>
+#include <set>
 
-// Tells before anything is removed whether new files will fit where old ones go: per file
-// system, the bytes needed against the free bytes plus those the removal will free.
+// Tells before anything is changed whether new files will fit where old ones go: per file system,
+// the bytes the new files need against the space available to unprivileged users (the panel's
+// system keeps its reserve) plus the bytes the old files free when they are removed or
+// overwritten. A path named twice counts once.
 class DiskRoom
 {
 public:
-    // Accounts for newBytes to be written under destDir and oldBytes to be removed there.
-    void add(const QString& destDir, qint64 newBytes, qint64 oldBytes);
+    // A file of bytes written at path; a path written twice needs room for its larger size.
+    void addNew(const QString& path, qint64 bytes);
+    // A file or a whole tree at path that goes before the new files are written; a link frees
+    // nothing, and a path inside a tree already added is not credited twice.
+    void addOld(const QString& path);
+
     // False when some file system lacks room; neededKb and availableKb then describe it.
     bool enough(qint64* neededKb, qint64* availableKb) const;
 
-    // Size of a regular file (0 when missing).
-    static qint64 fileSize(const QString& path);
-
 private:
-    struct Volume
-    {
-        qint64 needed = 0;
-        qint64 available = 0;
-    };
-    std::map<quint64, Volume> m_volumes;
+    std::map<QString, qint64> m_new;
+    std::set<QString> m_old;
 };

@@ -1,5 +1,7 @@
 #include "file_copier.h"
 
+#include "link_safe.h"
+
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
@@ -97,8 +99,12 @@ FileCopier::Result FileCopier::copy(const QString& src, const QString& dest)
     Fd in(::open(QFile::encodeName(src).constData(), O_RDONLY | O_CLOEXEC));
     if (in.get() < 0)
         return SourceUnreadable;
+    // A link standing at dest is replaced, never written through; the umask decides the mode of a
+    // new file, as for the panel's own tools.
+    if (LinkSafe::isLink(dest))
+        LinkSafe::remove(dest);
     Fd out(::open(QFile::encodeName(dest).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
-                  0644));
+                  0666));
     if (out.get() < 0)
         return DestinationUnwritable;
     copyInKernel(in.get(), out.get());

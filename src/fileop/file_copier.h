@@ -18,7 +18,8 @@ public:
         WriteFailed
     };
 
-    // Copies src to dest (created or truncated). A failure leaves dest incomplete.
+    // Copies src to dest (created or truncated; a link at dest is replaced by the file). A failure
+    // leaves dest incomplete.
     static Result copy(const QString& src, const QString& dest);
 
     // zlib's CRC-32 of a whole file, fed in pieces of at most 4,096 bytes. False when the file

@@ -3,6 +3,7 @@
 #include "checksum_memo.h"
 #include "do_cmd.h"
 #include "file_copier.h"
+#include "link_safe.h"
 #include "multilingual_management.h"
 
 #include <QDir>
@@ -197,8 +198,10 @@ bool file_operation_c::copyDirRecursive(const copyFileInfo_s& info)
 bool file_operation_c::checkDelFile(DelFileSet set)
 {
     for (const delFileInfo_s& info : set) {
+        // A link is removed as the link itself, whatever its target: it always can be.
         const QFileInfo target(info.srcPath);
-        if (info.mode != 0 ? !target.isDir() : !target.isFile())
+        if (!LinkSafe::isLink(info.srcPath) &&
+            (info.mode != 0 ? !target.isDir() : !target.isFile()))
             return false;
     }
     return true;
@@ -229,11 +232,11 @@ bool file_operation_c::removeRegularFile(const delFileInfo_s& info, QString suff
 {
     if (!info.srcPath.endsWith(suffix))
         return true;
-    if (!QFileInfo::exists(info.srcPath) && !QFileInfo(info.srcPath).isSymLink()) {
+    if (!LinkSafe::exists(info.srcPath)) {
         emit emitMessage(kel::text(2180).arg(info.srcPath), Qt::red);
         return true;
     }
-    if (QFile::remove(info.srcPath)) {
+    if (LinkSafe::remove(info.srcPath)) {
         emit emitMessage(kel::text(2182).arg(info.srcPath), Qt::black);
         return true;
     }
@@ -243,13 +246,12 @@ bool file_operation_c::removeRegularFile(const delFileInfo_s& info, QString suff
 
 bool file_operation_c::removeDirFile(const delFileInfo_s& info, QString suffix)
 {
-    const QFileInfo target(info.srcPath);
-    if (!target.exists()) {
+    if (!LinkSafe::exists(info.srcPath)) {
         emit emitMessage(kel::text(2183).arg(info.srcPath), Qt::red);
         return true;
     }
-    if (!target.isDir()) {
-        if (!target.fileName().endsWith(suffix))
+    if (!LinkSafe::isDir(info.srcPath)) {
+        if (!QFileInfo(info.srcPath).fileName().endsWith(suffix))
             return true;
         return removeRegularFile(info, QString());
     }
@@ -259,9 +261,9 @@ bool file_operation_c::removeDirFile(const delFileInfo_s& info, QString suffix)
         if (!name.endsWith(suffix))
             continue;
         const QString path = dir.filePath(name);
-        if (!QFileInfo::exists(path)) {
+        if (!LinkSafe::exists(path)) {
             emit emitMessage(kel::text(2184).arg(name), Qt::red);
-        } else if (QFile::remove(path)) {
+        } else if (LinkSafe::remove(path)) {
             emit emitMessage(kel::text(2186).arg(name), Qt::black);
         } else {
             emit emitMessage(kel::text(2185).arg(name), Qt::red);
@@ -273,20 +275,18 @@ bool file_operation_c::removeDirFile(const delFileInfo_s& info, QString suffix)
 
 bool file_operation_c::removeDirRecursive(const delFileInfo_s& info, QString suffix)
 {
-    const QFileInfo target(info.srcPath);
-    if (!target.exists()) {
+    if (!LinkSafe::exists(info.srcPath)) {
         emit emitMessage(kel::text(2187).arg(Gbk2Utf8(info.srcPath)), Qt::red);
         return true;
     }
-    if (!target.isDir()) {
-        if (!target.fileName().endsWith(suffix))
+    if (!LinkSafe::isDir(info.srcPath)) {
+        if (!QFileInfo(info.srcPath).fileName().endsWith(suffix))
             return true;
         return removeRegularFile(info, QString());
     }
-    QDir dir(info.srcPath);
     for (const QFileInfo& entry :
-         dir.entryInfoList(QDir::Files | QDir::Dirs | kListFlags, QDir::Name)) {
-        if (entry.isDir() && !entry.isSymLink()) {
+         LinkSafe::entries(info.srcPath, QDir::Files | QDir::Dirs | kListFlags)) {
+        if (LinkSafe::isDir(entry)) {
             delFileInfo_s sub = info;
             sub.srcPath = entry.filePath();
             removeDirRecursive(sub, suffix);
@@ -295,9 +295,9 @@ bool file_operation_c::removeDirRecursive(const delFileInfo_s& info, QString suf
         if (!entry.fileName().endsWith(suffix))
             continue;
         const QString name = Gbk2Utf8(entry.filePath());
-        if (!QFileInfo::exists(entry.filePath()) && !entry.isSymLink())
+        if (!LinkSafe::exists(entry.filePath()))
             emit emitMessage(kel::text(2188).arg(name), Qt::red);
-        else if (QFile::remove(entry.filePath()))
+        else if (LinkSafe::remove(entry.filePath()))
             emit emitMessage(kel::text(2190).arg(name), Qt::black);
         else
             emit emitMessage(kel::text(2189).arg(name), Qt::red);
@@ -333,15 +333,17 @@ bool file_operation_c::commitStaged(const QString& staged, int failureText)
 {
     const QFileInfo stagedInfo(staged);
     const QString final = stagedInfo.absolutePath() + "/" + stagedInfo.completeBaseName();
-    if (QFileInfo::exists(final) || QFileInfo(final).isSymLink()) {
-        QFile::rename(final, final + ".bak");
+    // Whatever stands at the final path is the old file, a link included (even a dangling one):
+    // it moves aside to ".bak" and goes with the other backups, with their removal line.
+    if (LinkSafe::exists(final)) {
+        LinkSafe::rename(final, final + ".bak");
         m_backupList.insert(madeFile(final + ".bak"));
     }
-    if (!QFileInfo::exists(staged)) {
+    if (!LinkSafe::exists(staged)) {
         emit emitMessage(kel::text(2204).arg(staged), Qt::red);
         return false;
     }
-    if (!QFile::rename(staged, final)) {
+    if (!LinkSafe::rename(staged, final)) {
         emit emitMessage(kel::text(failureText).arg(staged, final), Qt::red);
         return false;
     }
@@ -351,7 +353,7 @@ bool file_operation_c::commitStaged(const QString& staged, int failureText)
 bool file_operation_c::renameRegualrFile(const copyFileInfo_s& info, QString suffix)
 {
     const QString staged = info.destPath + suffix;
-    if (!QFileInfo::exists(staged)) {
+    if (!LinkSafe::exists(staged)) {
         emit emitMessage(kel::text(2202).arg(staged), Qt::red);
         return false;
     }

@@ -4,17 +4,16 @@
 #include "def.h"
 #include "disk_room.h"
 #include "file_copier.h"
+#include "link_safe.h"
 #include "multilingual_management.h"
 #include "package_keys.h"
 #include "panel_library.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QSettings>
-#include <unistd.h>
 
 namespace {
 
@@ -36,17 +35,6 @@ QString expandEnvironment(QString value)
     return value;
 }
 
-qint64 treeSize(const QString& dir)
-{
-    qint64 total = 0;
-    QDirIterator it(dir, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        it.next();
-        total += it.fileInfo().size();
-    }
-    return total;
-}
-
 } // namespace
 
 downLoadPro::downLoadPro(QString dir, QObject* parent)
@@ -64,19 +52,22 @@ bool downLoadPro::startLoadProject(int& progress)
     if (!init())
         return false;
     ++progress;
+    // A project that does not fit changes nothing on the panel, its saved data included.
+    if (!hasRoomForProject())
+        return false;
     removeOldSaveData();
     ++progress;
-    if (!hasRoomForProject() || !removeOldProjectFiles())
+    if (!removeOldProjectFiles())
         return false;
-    sync();
+    PanelLibrary::instance().sync();
     ++progress;
     if (!updateProjectFile())
         return false;
-    sync();
+    PanelLibrary::instance().sync();
     ++progress;
     if (!checkFileCRC(CHECK_INSTALLED))
         return false;
-    sync();
+    PanelLibrary::instance().sync();
     return true;
 }
 
@@ -196,9 +187,11 @@ bool downLoadPro::removeOldSaveData()
 bool downLoadPro::hasRoomForProject()
 {
     DiskRoom room;
-    room.add(m_projectDir, 0, treeSize(m_projectDir));
-    for (const FILE_INFO& info : m_fileInfos)
-        room.add(info.desPath, DiskRoom::fileSize(info.srcPath + info.name), 0);
+    room.addOld(m_projectDir);
+    for (const FILE_INFO& info : m_fileInfos) {
+        room.addNew(info.desPath + info.name, QFileInfo(info.srcPath + info.name).size());
+        room.addOld(info.desPath + info.name);
+    }
     qint64 needed = 0;
     qint64 available = 0;
     if (room.enough(&needed, &available))
@@ -220,15 +213,16 @@ bool downLoadPro::removeOldProjectFiles()
 
 bool downLoadPro::removeDir(const QString& path)
 {
-    QDir dir(path);
-    if (!dir.exists())
+    // A linked project folder or a link inside it goes as a link; its target stays as it is.
+    if (LinkSafe::isLink(path))
+        return LinkSafe::remove(path);
+    if (!QDir(path).exists())
         return true;
-    const QFileInfoList entries = dir.entryInfoList(QDir::Files | QDir::AllDirs | QDir::Hidden |
-                                                    QDir::System | QDir::NoDotAndDotDot);
+    const QFileInfoList entries = LinkSafe::entries(
+        path, QDir::Files | QDir::AllDirs | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     for (const QFileInfo& entry : entries) {
-        const bool removed = entry.isDir() && !entry.isSymLink()
-                                 ? removeDir(entry.absoluteFilePath())
-                                 : QFile::remove(entry.absoluteFilePath());
+        const bool removed = LinkSafe::isDir(entry) ? removeDir(entry.absoluteFilePath())
+                                                    : LinkSafe::remove(entry.absoluteFilePath());
         if (!removed)
             return false;
     }

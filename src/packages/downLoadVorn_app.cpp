@@ -3,6 +3,7 @@
 #include "def.h"
 #include "disk_room.h"
 #include "file_copier.h"
+#include "link_safe.h"
 #include "multilingual_management.h"
 #include "package_keys.h"
 #include "qsettingsfactory.h"
@@ -216,20 +217,22 @@ bool downLoadVorn_app::hasRoomForUpdate()
 {
     DiskRoom room;
     for (const FILE_INFO& info : m_fileInfos) {
-        qint64 newBytes = 0;
-        qint64 oldBytes = 0;
-        if (info.file_name == "*") {
-            for (const QFileInfo& file : regularFiles(info.src_path))
-                newBytes += file.size();
-            for (const QFileInfo& file : regularFiles(info.des_path)) {
-                if (!isProtected(file.fileName()))
-                    oldBytes += file.size();
-            }
-        } else {
-            newBytes = DiskRoom::fileSize(info.src_path + info.file_name);
-            oldBytes = DiskRoom::fileSize(info.des_path + info.file_name);
+        if (info.file_name != "*") {
+            room.addNew(info.des_path + info.file_name,
+                        QFileInfo(info.src_path + info.file_name).size());
+            room.addOld(info.des_path + info.file_name);
+            continue;
         }
-        room.add(info.des_path, newBytes, oldBytes);
+        // The clearing removes the unprotected files; a new file replaces its old copy, a
+        // protected start-up image included.
+        for (const QFileInfo& file : regularFiles(info.des_path)) {
+            if (!isProtected(file.fileName()))
+                room.addOld(file.filePath());
+        }
+        for (const QFileInfo& file : regularFiles(info.src_path)) {
+            room.addNew(info.des_path + file.fileName(), file.size());
+            room.addOld(info.des_path + file.fileName());
+        }
     }
     qint64 needed = 0;
     qint64 available = 0;
@@ -275,11 +278,11 @@ bool downLoadVorn_app::removeOldProjectFiles()
 
 bool downLoadVorn_app::delFile(const QString& path)
 {
-    if (!QFileInfo::exists(path) && !QFileInfo(path).isSymLink()) {
+    if (!LinkSafe::exists(path)) {
         emit emitMessage(kel::text(2049).arg(path), Qt::black);
         return true;
     }
-    if (QFile::remove(path)) {
+    if (LinkSafe::remove(path)) {
         emit emitMessage(kel::text(2050).arg(path), Qt::black);
         return true;
     }

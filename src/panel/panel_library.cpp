@@ -1,5 +1,7 @@
 #include "panel_library.h"
 
+#include <unistd.h>
+
 namespace {
 PanelLibrary* g_replacement = nullptr;
 }
@@ -14,4 +16,9 @@ PanelLibrary* PanelLibrary::replace(PanelLibrary* library)
     PanelLibrary* previous = g_replacement ? g_replacement : &defaultPanelLibrary();
     g_replacement = library;
     return previous;
+}
+
+void PanelLibrary::sync()
+{
+    ::sync();
 }

@@ -1,9 +1,9 @@
 #pragma once
 
 // The one place where the updater reaches the panel's closed libraries (process control of the
-// HMI runtime, the beeper, saved-data clearing) and the kernel's restart. The panel build links
-// the vendor libraries; the host build records the actions it must not perform on a PC. Tests
-// install fakes with replace().
+// HMI runtime, the beeper, saved-data clearing) and the kernel's restart and flush. The panel
+// build links the vendor libraries; the host build records the actions it must not perform on a
+// PC. Tests install fakes with replace().
 class PanelLibrary
 {
 public:
@@ -25,6 +25,9 @@ public:
 
     // The kernel's reboot(2); -1 with errno on failure. May not return.
     virtual int reboot(int command) = 0;
+
+    // The kernel's sync(2), called after every step that changes files; a fake counts the calls.
+    virtual void sync();
 
     // The library in use: the build's own backend unless a replacement is installed.
     static PanelLibrary& instance();

@@ -1,5 +1,6 @@
 #include "app_exit_failed_dlg.h"
 
+#include "maincfg.h"
 #include "panel_library.h"
 #include "ui_app_exit_failed_dlg.h"
 #include "vorn_process.h"
@@ -13,7 +14,8 @@
 #include <unistd.h>
 
 app_exit_failed_dlg::app_exit_failed_dlg(QWidget* parent, std::function<QString(int)> lookup)
-    : QDialog(parent), ui(new Ui::app_exit_failed_dlg), lookup(std::move(lookup)), timer(new QTimer(this))
+    : QDialog(parent), ui(new Ui::app_exit_failed_dlg), lookup(std::move(lookup)),
+      timer(new QTimer(this))
 {
     ui->setupUi(this);
     setWindowTitle(text(1000, "警告"));
@@ -21,7 +23,7 @@ app_exit_failed_dlg::app_exit_failed_dlg(QWidget* parent, std::function<QString(
     ui->hintLbl->setText(text(1016, "若长时间无退出可强制执行或继续等待"));
     ui->forceExecBtn->setText(text(1017, "强制执行"));
     ui->rebootBtn->setText(text(1018, "重启KEL"));
-    setWindowFlags((windowFlags() & ~Qt::WindowContextHelpButtonHint) | Qt::WindowStaysOnTopHint);
+    setWindowFlags(MainCfg::dialogFlags());
     setFixedSize(370, 160);
     connect(timer, &QTimer::timeout, this, &app_exit_failed_dlg::checkAppStatus);
 }
@@ -74,13 +76,13 @@ void app_exit_failed_dlg::on_forceExecBtn_clicked()
 
 void app_exit_failed_dlg::on_rebootBtn_clicked()
 {
-    sync();
+    PanelLibrary::instance().sync();
     if (PanelLibrary::instance().reboot(RB_AUTOBOOT) != -1)
         return;
     QMessageBox box(QMessageBox::Warning, text(1000, "警告"),
                     text(1010, "系统重启失败!%1").arg(QString::fromLocal8Bit(strerror(errno))),
-                    QMessageBox::NoButton, this,
-                    Qt::Dialog | Qt::MSWindowsFixedSizeDialogHint | Qt::WindowStaysOnTopHint);
+                    QMessageBox::NoButton, this);
+    box.setWindowFlags(MainCfg::dialogFlags());
     box.addButton(text(1003, "确认"), QMessageBox::AcceptRole);
     box.exec();
 }

@@ -6,6 +6,7 @@
 #include "downLoadVorn_app.h"
 #include "file_operation_c.h"
 #include "kill_process.h"
+#include "maincfg.h"
 #include "multilingual_management.h"
 #include "package_keys.h"
 #include "panel_library.h"
@@ -44,6 +45,12 @@ const typename Table::mapped_type* firstEntry(const Table& table, const char* ke
 {
     const auto it = table.find(QString::fromLatin1(key));
     return it == table.end() ? nullptr : &it->second;
+}
+
+// A line as the pane and the log show it: paths in the runtime directory relative to it.
+QString shown(QString message)
+{
+    return message.replace(kel::kVornAppDir, ".");
 }
 
 QStringList allEntries(const VariantTable& table, const char* key)
@@ -131,7 +138,7 @@ void UDiskUpWin::init()
     started = false;
     closeBySignal = false;
     setWindowTitle(kel::text(2002));
-    setWindowFlags((windowFlags() & ~Qt::WindowContextHelpButtonHint) | Qt::WindowStaysOnTopHint);
+    setWindowFlags(MainCfg::dialogFlags());
     setWindowIcon(QIcon(" "));
     const QScreen* screen = ScreenSetting::getTransformedScreen();
     if (screen && screen->size().width() < 481 && screen->size().height() < 481)
@@ -171,7 +178,7 @@ void UDiskUpWin::setText()
 void UDiskUpWin::updateOutMessage(QString message, QColor color)
 {
     ui->textEdit->setTextColor(color);
-    message.replace(kel::kVornAppDir, ".");
+    message = shown(message);
     if (color == QColor(Qt::red)) {
         setPalette(QPalette(QColor(Qt::red)));
         emit setErrorBackgrnd(Qt::red);
@@ -200,8 +207,8 @@ void UDiskUpWin::updateUi(int percent, QString tip)
 void UDiskUpWin::showBox(int title, const QString& text, bool warning)
 {
     QMessageBox box(warning ? QMessageBox::Warning : QMessageBox::Information, kel::text(title),
-                    text, QMessageBox::NoButton, this,
-                    (windowFlags() & ~Qt::WindowContextHelpButtonHint) | Qt::WindowStaysOnTopHint);
+                    text, QMessageBox::NoButton, this);
+    box.setWindowFlags(MainCfg::dialogFlags());
     box.setWindowIcon(QIcon(" "));
     box.addButton(kel::text(1003), QMessageBox::AcceptRole);
     box.exec();
@@ -292,7 +299,7 @@ void UDiskUpWin::startUpdate()
         emit emitMessage(kel::text(2087), Qt::red);
         return failEnd(op);
     }
-    sync();
+    PanelLibrary::instance().sync();
     emit emitMessage(kel::text(2088), Qt::black);
     progressValue += 5;
     emit emitMessage(kel::text(2089), Qt::black);
@@ -306,7 +313,7 @@ void UDiskUpWin::startUpdate()
         emit emitMessage(kel::text(2092), Qt::red);
         return failEnd(op);
     }
-    sync();
+    PanelLibrary::instance().sync();
     emit emitMessage(kel::text(2093), Qt::black);
     progressValue += 1;
     emit emitMessage(kel::text(2094), Qt::black);
@@ -330,13 +337,13 @@ void UDiskUpWin::startUpdate()
     if (!autoRestart())
         return failEnd(op);
 
-    sync();
+    PanelLibrary::instance().sync();
     progressValue += 1;
-    sync();
+    PanelLibrary::instance().sync();
     setenv("LD_LIBRARY_PATH", kel::kVornAppDir, 1);
     if (FILE* ldconfig = popen("ldconfig", "r"))
         pclose(ldconfig);
-    sync();
+    PanelLibrary::instance().sync();
 
     if (!executeCMD()) {
         ui->btnRestart->setEnabled(true);
@@ -345,7 +352,7 @@ void UDiskUpWin::startUpdate()
         return;
     }
 
-    sync();
+    PanelLibrary::instance().sync();
     succeeded = true;
     finished = true;
     progressValue = progressMax;
@@ -481,7 +488,7 @@ void UDiskUpWin::updatefinished()
     const QByteArray parent = current.left(current.lastIndexOf('/'));
     if (chdir(parent.isEmpty() ? "/" : parent.constData()) == 0 && chdir(current.constData()) != 0)
         perror("chdir");
-    sync();
+    PanelLibrary::instance().sync();
     if (optR) {
         restartKel();
         close();
@@ -545,14 +552,14 @@ bool UDiskUpWin::updateManifestItem(const ManifestItemTexts& texts)
         emit emitMessage(kel::text(texts.copyFailed), Qt::red);
         return false;
     }
-    sync();
+    PanelLibrary::instance().sync();
     emit emitMessage(kel::text(texts.copied), Qt::black);
     progressValue += 1;
     if (!op->removeFile(delSet, QString())) {
         emit emitMessage(kel::text(texts.deleteFailed), Qt::red);
         return false;
     }
-    sync();
+    PanelLibrary::instance().sync();
     emit emitMessage(kel::text(texts.deleted), Qt::black);
     progressValue += 1;
     if (!op->grantExeFile(exeSet)) {
@@ -591,7 +598,7 @@ bool UDiskUpWin::updateVorn_app()
     progressValue += 1;
     if (!installer->updateProjectFile())
         return false;
-    sync();
+    PanelLibrary::instance().sync();
     emit emitMessage(kel::text(2058), Qt::black);
     if (!changeWorkingDir(kel::kVornAppDir))
         return false;
@@ -600,15 +607,15 @@ bool UDiskUpWin::updateVorn_app()
         return false;
     if (!installer->decryptIniFile())
         return false;
-    sync();
+    PanelLibrary::instance().sync();
     progressValue += 1;
     if (!installer->creatLink())
         return false;
-    sync();
+    PanelLibrary::instance().sync();
     if (!installer->changeFileRight())
         return false;
     progressValue += 1;
-    sync();
+    PanelLibrary::instance().sync();
     return true;
 }
 
@@ -639,20 +646,34 @@ bool UDiskUpWin::checkItem(const char* key, const char* folder, const CheckTexts
         reportCheckFailure(texts.cannotEnter);
         return false;
     }
+    // The workers' lines name the file that failed: they go to the log in front of the check's
+    // line, never to the pane; a check that passes adds nothing.
+    QStringList workerLines;
+    const auto keep = [&workerLines](const QString& line) { workerLines << line; };
     bool readable = true;
     bool verified = true;
     if (kind == ManifestCheck) {
         GenerateConfigInfo reader;
+        file_operation_c op(workDir);
+        connect(&reader, &GenerateConfigInfo::emitMessage, this, keep);
+        connect(&op, &file_operation_c::emitMessage, this, keep);
         readable = reader.readFileOpConfig(QString(kel::keys::kManifest));
-        verified = readable && file_operation_c(workDir).checkCopyFile(reader.getCopyFileSet());
+        verified = readable && op.checkCopyFile(reader.getCopyFileSet());
     } else if (kind == RuntimeCheck) {
         downLoadVorn_app installer;
+        connect(&installer, &downLoadVorn_app::emitMessage, this, keep);
         verified = installer.checkFile(downLoadVorn_app::CHECK_PACKAGE);
         readable = !verified || installer.parseIniFile();
     } else {
-        verified = downLoadPro(workDir, nullptr).init();
+        downLoadPro installer(workDir, nullptr);
+        connect(&installer, &downLoadPro::emitMessage, this, keep);
+        verified = installer.init();
     }
     if (!readable || !verified) {
+        for (const QString& line : workerLines) {
+            if (logger)
+                logger->write(shown(line) + "\n");
+        }
         reportCheckFailure(readable ? texts.failed : texts.unreadable);
         QDir::setCurrent(back);
         return false;
@@ -818,7 +839,7 @@ void UDiskUpWin::restartKel()
 {
     if (const int r = PanelLibrary::instance().setBeeTime(1000))
         fprintf(stderr, "buzzing voice failed: %d!\n", r);
-    sync();
+    PanelLibrary::instance().sync();
     if (PanelLibrary::instance().reboot(RB_AUTOBOOT) != -1) {
         close();
         return;

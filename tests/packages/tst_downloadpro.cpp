@@ -5,9 +5,6 @@
 #include "multilingual_management.h"
 #include "sandbox.h"
 
-#include <QDir>
-#include <QFileInfo>
-#include <QProcess>
 #include <QtTest>
 
 // The project installer on real package trees, with a fake of the saved-data library.
@@ -16,32 +13,25 @@ class TestDownLoadPro : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
+    void initTestCase()
+    {
+        MultilingualManager::GetInstance()->loadMultilingualFile({}, kel::kDefaultLanguageFile);
+    }
     void init();
-    void cleanup();
+    void cleanup() { fixture::removeTree(dir); }
     void packageChecks_data();
     void packageChecks();
-    void destinations_data();
-    void destinations();
-    void savedDataClearing_data();
-    void savedDataClearing();
-    void wholeInstallation();
-    void installedSizeMismatch();
-    void absurdCountIsMissing();
-    void noRoomKeepsOldProject();
+    void countCap_data();
+    void countCap();
+    void installation_data();
+    void installation();
 
 private:
-    // A package with the given files; crc/size of each entry overridable.
-    void writePackage(const QList<QPair<QString, QByteArray>>& files, const QString& dest,
-                      const QByteArray& extra = QByteArray(), const QString& crcOverride = {},
-                      int sizeDelta = 0);
+    // A package of files (name, bytes), the i-th bound for dests[i] (or the last of dests).
+    void writePackage(const QList<QPair<QString, QByteArray>>& files, const QStringList& dests,
+                      const QByteArray& extra = {}, const QString& crc = {}, int sizeDelta = 0);
     QString dir;
 };
-
-void TestDownLoadPro::initTestCase()
-{
-    MultilingualManager::GetInstance()->loadMultilingualFile(QString(), kel::kDefaultLanguageFile);
-}
 
 void TestDownLoadPro::init()
 {
@@ -50,39 +40,32 @@ void TestDownLoadPro::init()
     QVERIFY(QDir::setCurrent(dir + "/stick"));
 }
 
-void TestDownLoadPro::cleanup()
-{
-    QDir::setCurrent("/");
-    QDir(dir).removeRecursively();
-}
-
 void TestDownLoadPro::writePackage(const QList<QPair<QString, QByteArray>>& files,
-                                   const QString& dest, const QByteArray& extra,
-                                   const QString& crcOverride, int sizeDelta)
+                                   const QStringList& dests, const QByteArray& extra,
+                                   const QString& crc, int sizeDelta)
 {
-    QByteArray ini = "[GLOBAL]\nFILENUM=" + QByteArray::number(files.size()) + "\n";
-    int n = 0;
-    for (const auto& file : files) {
-        fixture::writeFile(file.first, file.second);
-        const QString crc =
-            crcOverride.isEmpty() ? fixture::crcText(file.second).toLower() : crcOverride;
-        ini += "[FILE" + QByteArray::number(++n) + "]\nNAME=" + file.first.toUtf8() +
-               "\nCRC=" + crc.toUtf8() +
-               "\nSIZE=" + QByteArray::number(file.second.size() + sizeDelta) +
-               "\nDESPATH=" + dest.toUtf8() + "\n";
+    QString ini = QString("[GLOBAL]\nFILENUM=%1\n").arg(files.size());
+    for (int n = 0; n < files.size(); ++n) {
+        const QByteArray& bytes = files[n].second;
+        fixture::writeFile(files[n].first, bytes);
+        ini += QString("[FILE%1]\nNAME=%2\nCRC=%3\nSIZE=%4\nDESPATH=%5\n")
+                   .arg(n + 1)
+                   .arg(files[n].first, crc.isEmpty() ? fixture::crcText(bytes).toLower() : crc)
+                   .arg(bytes.size() + sizeDelta)
+                   .arg(dests.value(n, dests.last()));
     }
-    fixture::writeFile("project.ini", ini + extra);
+    fixture::writeFile("project.ini", ini.toUtf8() + extra);
 }
 
 void TestDownLoadPro::packageChecks_data()
 {
-    QTest::addColumn<QString>("crc"); // empty: the right one
+    QTest::addColumn<QString>("crc"); // CRC-32 of "screen 10" is 0x006F1AFE
     QTest::addColumn<int>("sizeDelta");
     QTest::addColumn<int>("redText"); // 0: passes
-    QTest::newRow("right crc") << QString() << 0 << 0;
-    QTest::newRow("upper case crc") << "UPPER" << 0 << 2170;
-    QTest::newRow("leading zero crc") << "LEADING" << 0 << 2170;
-    QTest::newRow("size on the stick") << QString() << 1 << 2168;
+    QTest::newRow("right crc") << "6f1afe" << 0 << 0;
+    QTest::newRow("upper case crc") << "6F1AFE" << 0 << 2170;
+    QTest::newRow("leading zeros") << "006f1afe" << 0 << 2170;
+    QTest::newRow("size on the stick") << "6f1afe" << 1 << 2168;
 }
 
 void TestDownLoadPro::packageChecks()
@@ -90,148 +73,93 @@ void TestDownLoadPro::packageChecks()
     QFETCH(QString, crc);
     QFETCH(int, sizeDelta);
     QFETCH(int, redText);
-    // A payload whose CRC-32 has a leading zero nibble and a letter.
-    QByteArray payload;
-    for (int i = 0; fixture::crcText(payload).size() == 8 ||
-                    !fixture::crcText(payload).contains(QRegularExpression("[A-F]"));
-         ++i)
-        payload = "screen " + QByteArray::number(i);
-    const QString right = fixture::crcText(payload).toLower();
-    QString manifestCrc = right;
-    if (crc == "UPPER")
-        manifestCrc = right.toUpper();
-    else if (crc == "LEADING")
-        manifestCrc = "0" + right;
-    writePackage({{"画面.scr", payload}}, dir + "/panel", QByteArray(), manifestCrc, sizeDelta);
+    const QByteArray payload = "screen 10";
+    writePackage({{"画面.scr", payload}}, {dir + "/panel"}, {}, crc, sizeDelta);
     downLoadPro pro(dir + "/", nullptr);
     QSignalSpy spy(&pro, &downLoadPro::emitMessage);
     QCOMPARE(pro.init(), redText == 0);
     QCOMPARE(fixture::redTexts(spy),
              redText ? QStringList{kel::text(redText).arg("./画面.scr")} : QStringList());
-}
-
-void TestDownLoadPro::destinations_data()
-{
-    QTest::addColumn<QString>("despath");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("plain") << "/usr/vorn_app/project"
-                           << "/usr/vorn_app/project/";
-    QTest::newRow("HOME") << "$HOME/data" << qEnvironmentVariable("HOME") + "/data/";
-    QTest::newRow("unset variable") << "$KEL_NOT_SET_ANYWHERE/x"
-                                    << "$KEL_NOT_SET_ANYWHERE/x/";
-    QTest::newRow("twice") << "$HOME$HOME" << qEnvironmentVariable("HOME").repeated(2) + "/";
-}
-
-void TestDownLoadPro::destinations()
-{
-    QFETCH(QString, despath);
-    QFETCH(QString, expected);
-    writePackage({{"a", "a"}}, despath);
-    downLoadPro pro(dir + "/", nullptr);
-    QVERIFY(pro.parseIniFile());
-    QCOMPARE(pro.fileInfos().first().desPath, expected);
-    QCOMPARE(pro.fileInfos().first().srcPath, QString("./"));
-    QCOMPARE(pro.projectDir(), dir + "/project");
-}
-
-void TestDownLoadPro::savedDataClearing_data()
-{
-    QTest::addColumn<QByteArray>("flags");
-    QTest::addColumn<int>("failures");
-    QTest::addColumn<int>("mask");
-    QTest::addColumn<QStringList>("lines"); // "id:colour"
-    QTest::newRow("none requested") << QByteArray("") << 0 << 0 << QStringList();
-    QTest::newRow("all cleared") << QByteArray("CLEARRECIPE=1\nCLEARHISTORY=1\nCLEARALARM=1\n"
-                                               "CLEARINITVALUE=1\n")
-                                 << 0 << 15 << QStringList{"2149:b", "2151:b", "2153:b", "2155:b"};
-    QTest::newRow("all fail, only recipe red")
-        << QByteArray("CLEARRECIPE=1\nCLEARHISTORY=1\nCLEARALARM=1\nCLEARINITVALUE=1\n") << 15 << 15
-        << QStringList{"2150:r", "2152:b", "2154:b", "2156:b"};
-    QTest::newRow("alarm only, failure elsewhere ignored")
-        << QByteArray("CLEARALARM=7\n") << 1 << 4 << QStringList{"2153:b"};
-}
-
-void TestDownLoadPro::savedDataClearing()
-{
-    QFETCH(QByteArray, flags);
-    QFETCH(int, failures);
-    QFETCH(int, mask);
-    QFETCH(QStringList, lines);
-    FakePanelLibrary panel;
-    panel.delSaveDataResult = failures;
-    writePackage({}, dir, "[DOWNLOAD]\n" + flags);
-    downLoadPro pro(dir + "/", nullptr);
-    QVERIFY(pro.parseIniFile());
-    QSignalSpy spy(&pro, &downLoadPro::emitMessage);
-    QVERIFY(pro.removeOldSaveData());
-    QCOMPARE(panel.calls, QStringList{QString("delSaveData %1 0").arg(mask)});
-    QMap<QString, int> ids;
-    for (int id = 2149; id <= 2156; ++id)
-        ids.insert(kel::text(id), id);
-    QStringList actual;
-    for (const auto& message : fixture::messages(spy))
-        actual << QString::number(ids.value(message.first)) +
-                      (message.second == QColor(Qt::red) ? ":r" : ":b");
-    QCOMPARE(actual, lines);
-}
-
-void TestDownLoadPro::wholeInstallation()
-{
-    FakePanelLibrary panel;
-    fixture::writeFile(dir + "/project/old.pro", "old");
-    fixture::writeFile(dir + "/project/sub/old.scr", "old");
-    writePackage({{"main.pro", "main"}, {"s1.scr", "screen 1"}}, dir + "/project",
-                 "[DOWNLOAD]\nCLEARRECIPE=1\n");
-    downLoadPro pro(dir + "/", nullptr);
-    QSignalSpy spy(&pro, &downLoadPro::emitMessage);
-    int progress = 10;
-    QVERIFY(pro.startLoadProject(progress));
-    QCOMPARE(progress, 14);
-    QCOMPARE(QDir(dir + "/project").entryList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot),
-             (QStringList{"main.pro", "s1.scr"}));
-    QCOMPARE(fixture::readFile(dir + "/project/s1.scr"), QByteArray("screen 1"));
-    QVERIFY(fixture::redTexts(spy).isEmpty());
-    QCOMPARE(fixture::texts(spy).last(), kel::text(2171));
-}
-
-void TestDownLoadPro::installedSizeMismatch()
-{
-    writePackage({{"a.pro", "abc"}}, dir + "/panel");
-    fixture::writeFile(dir + "/panel/a.pro", "abcd");
-    downLoadPro pro(dir + "/", nullptr);
-    QVERIFY(pro.parseIniFile());
-    QSignalSpy spy(&pro, &downLoadPro::emitMessage);
+    if (redText)
+        return;
+    // The installed copy is checked from its own bytes.
+    fixture::writeFile(dir + "/panel/画面.scr", payload + "x");
     QVERIFY(!pro.checkFileCRC(downLoadPro::CHECK_INSTALLED));
-    QCOMPARE(fixture::redTexts(spy), QStringList{kel::text(2167).arg(dir + "/panel/a.pro")});
+    QCOMPARE(fixture::redTexts(spy), QStringList{kel::text(2167).arg(dir + "/panel/画面.scr")});
 }
 
-void TestDownLoadPro::absurdCountIsMissing()
+void TestDownLoadPro::countCap_data()
 {
-    fixture::writeFile("project.ini", "[GLOBAL]\nFILENUM=100001\n");
+    QTest::addColumn<int>("count");
+    QTest::newRow("exactly the cap") << 100000;
+    QTest::newRow("one over the cap") << 100001;
+}
+
+void TestDownLoadPro::countCap()
+{
+    QFETCH(int, count);
+    fixture::writeFile("project.ini", "[GLOBAL]\nFILENUM=" + QByteArray::number(count) + "\n");
     downLoadPro pro(dir + "/", nullptr);
     QSignalSpy spy(&pro, &downLoadPro::emitMessage);
-    QVERIFY(!pro.init());
-    QCOMPARE(fixture::redTexts(spy), QStringList{kel::text(2157).arg("./project.ini")});
-    QVERIFY(pro.fileInfos().isEmpty());
+    const bool accepted = count <= 100000;
+    QCOMPARE(pro.parseIniFile(), accepted);
+    QCOMPARE(pro.fileInfos().size(), accepted ? count : 0);
+    QCOMPARE(fixture::redTexts(spy),
+             accepted ? QStringList() : QStringList{kel::text(2157).arg("./project.ini")});
 }
 
-void TestDownLoadPro::noRoomKeepsOldProject()
+void TestDownLoadPro::installation_data()
+{
+    QTest::addColumn<int>("newKiB");  // the package's main.pro
+    QTest::addColumn<bool>("linked"); // the panel's project folder is a link to a folder elsewhere
+    QTest::addColumn<bool>("fits");
+    QTest::newRow("fits once the old project is gone") << 100 << false << true;
+    QTest::newRow("does not fit") << 160 << false << false;
+    QTest::newRow("linked project folder") << 100 << true << true;
+}
+
+void TestDownLoadPro::installation()
 {
     INSIDE_SANDBOX_REQUIRED();
+    QFETCH(int, newKiB);
+    QFETCH(bool, linked);
+    QFETCH(bool, fits);
     FakePanelLibrary panel;
     const QString small = dir + "/small/";
-    QDir().mkpath(small);
-    QCOMPARE(QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=128k", "tmpfs", small}), 0);
-    fixture::writeFile(small + "project/old.pro", "old");
-    writePackage({{"big.pro", QByteArray(400 * 1024, 'b')}}, small + "project");
+    QVERIFY(fixture::mountTmpfs(small, "128k"));
+    // The old project: 80 KiB of 128 KiB, with links that must go as links.
+    const QString project = linked ? dir + "/elsewhere/" : small + "project/";
+    fixture::writeFile(project + "old.pro", QByteArray(80 * 1024, 'o'));
+    fixture::writeFile(dir + "/saved/recipe", "recipe");
+    QVERIFY(QFile::link(dir + "/saved", project + "data"));
+    QVERIFY(QFile::link(dir + "/gone", project + "dangling"));
+    if (linked)
+        QVERIFY(QFile::link(project, small + "project"));
+    // A file outside the project replaces its old copy, which is a link.
+    QVERIFY(QFile::link(dir + "/saved/recipe", small + "shared.cfg"));
+    writePackage({{"main.pro", QByteArray(newKiB * 1024, 'n')}, {"shared.cfg", "cfg"}},
+                 {small + "project", small}, "[DOWNLOAD]\nCLEARRECIPE=1\n");
     downLoadPro pro(small, nullptr);
     QSignalSpy spy(&pro, &downLoadPro::emitMessage);
-    int progress = 0;
-    QVERIFY(!pro.startLoadProject(progress));
-    QCOMPARE(fixture::readFile(small + "project/old.pro"), QByteArray("old"));
+    int progress = 10;
+    QCOMPARE(pro.startLoadProject(progress), fits);
+    QCOMPARE(fixture::readFile(dir + "/saved/recipe"), QByteArray("recipe"));
+    if (fits) {
+        QCOMPARE(progress, 14);
+        QCOMPARE(panel.calls, QStringList{"delSaveData 1 0"});
+        QCOMPARE(QDir(small + "project")
+                     .entryList(QDir::Files | QDir::System | QDir::Dirs | QDir::NoDotAndDotDot),
+                 QStringList{"main.pro"});
+        QCOMPARE(fixture::readFile(small + "shared.cfg"), QByteArray("cfg"));
+        QCOMPARE(QFileInfo::exists(dir + "/elsewhere/old.pro"), linked);
+        QCOMPARE(fixture::texts(spy).last(), kel::text(2171));
+        return;
+    }
+    // Refused before anything changes on the panel, the saved data included.
+    QCOMPARE(panel.count("delSaveData"), 0);
     QCOMPARE(fixture::redTexts(spy).size(), 1);
-    QVERIFY(fixture::redTexts(spy).first().contains("400"));
-    QProcess::execute("umount", {small});
+    QVERIFY(fixture::redTexts(spy).first().startsWith(kel::text(2223).section("%1", 0, 0)));
+    QCOMPARE(fixture::readFile(project + "old.pro"), QByteArray(80 * 1024, 'o'));
 }
 
 KEL_SANDBOXED_TEST_MAIN(TestDownLoadPro)

@@ -4,10 +4,6 @@
 #include "multilingual_management.h"
 #include "sandbox.h"
 
-#include <QCryptographicHash>
-#include <QDir>
-#include <QFileInfo>
-#include <QProcess>
 #include <QtTest>
 
 // The runtime-application installer on real package trees, with the real md5sum.
@@ -16,31 +12,25 @@ class TestDownLoadVornApp : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
+    void initTestCase()
+    {
+        MultilingualManager::GetInstance()->loadMultilingualFile({}, kel::kDefaultLanguageFile);
+    }
     void init();
-    void cleanup();
+    void cleanup() { fixture::removeTree(dir); }
+    void manifest_data();
     void manifest();
-    void patterns_data();
-    void patterns();
-    void checksumList_data();
-    void checksumList();
-    void clearingKeepsStartImages();
-    void delayedCopy_data();
-    void delayedCopy();
-    void unreadableSource();
-    void shortLibraryNames();
-    void noRoomRemovesNothing();
-    void absurdCountIsUnreadable();
+    void installation_data();
+    void installation();
+    void room_data();
+    void room();
+    void linksAreReplacedNotFollowed();
 
 private:
-    void writeManifest(const QByteArray& text) { fixture::writeScrambledIni("update.ini", text); }
+    // A manifest of records "name|src_path|des_path|delaycopy_file".
+    void writeManifest(const QStringList& records);
     QString dir;
 };
-
-void TestDownLoadVornApp::initTestCase()
-{
-    MultilingualManager::GetInstance()->loadMultilingualFile(QString(), kel::kDefaultLanguageFile);
-}
 
 void TestDownLoadVornApp::init()
 {
@@ -48,224 +38,179 @@ void TestDownLoadVornApp::init()
     QVERIFY(QDir::setCurrent(dir));
 }
 
-void TestDownLoadVornApp::cleanup()
+void TestDownLoadVornApp::writeManifest(const QStringList& records)
 {
-    QDir::setCurrent("/");
-    QDir(dir).removeRecursively();
+    QString ini = QString("[UPDATEINFO]\nfile_num=%1\n").arg(records.size());
+    for (int i = 0; i < records.size(); ++i) {
+        const QStringList f = records[i].split('|');
+        ini += QString("[FILE%1]\nfile_name=%2\nsrc_path=%3\ndes_path=%4\ndelaycopy_file=\"%5\"\n")
+                   .arg(i + 1)
+                   .arg(f.value(0), f.value(1), f.value(2), f.value(3));
+    }
+    fixture::writeScrambledIni("update.ini", ini.toUtf8());
+}
+
+void TestDownLoadVornApp::manifest_data()
+{
+    QTest::addColumn<QByteArray>("ini");
+    QTest::addColumn<int>("records"); // -1: refused with this red text
+    QTest::addColumn<int>("redText");
+    QTest::newRow("three records, the second missing")
+        << QByteArray("[UPDATEINFO]\nfile_num=3\n[FILE1]\nfile_name=a\ndelaycopy_file=a.so,,lib+\n"
+                      "[FILE3]\nfile_name=*\n[ACCESSRIGHT]\nfile_num=1\n")
+        << 3 << 0;
+    QTest::newRow("no records") << QByteArray("[UPDATEINFO]\nfile_num=0\n") << -1 << 2020;
+    QTest::newRow("exactly the caps")
+        << QByteArray("[UPDATEINFO]\nfile_num=100000\n[ACCESSRIGHT]\nfile_num=100000\n") << 100000
+        << 0;
+    QTest::newRow("one record over the cap")
+        << QByteArray("[UPDATEINFO]\nfile_num=100001\n") << -1 << 2019;
+    QTest::newRow("one grant over the cap")
+        << QByteArray("[UPDATEINFO]\nfile_num=1\n[ACCESSRIGHT]\nfile_num=100001\n") << -1 << 2019;
 }
 
 void TestDownLoadVornApp::manifest()
 {
-    writeManifest("[UPDATEINFO]\nfile_num=3\n[FILE1]\nfile_name=a\ndes_path=/d/\nsrc_path=./\n"
-                  "delaycopy_file=\"a.so,,lib+\"\n[FILE3]\nfile_name=*\n"
-                  "[ACCESSRIGHT]\nfile_num=1\n[EXE1]\nfile_name=bin/运行\n"
-                  "[PREPARE]\ntip=运行环境 1.2\nversion=V 1.2.3\n");
+    QFETCH(QByteArray, ini);
+    QFETCH(int, records);
+    QFETCH(int, redText);
+    fixture::writeScrambledIni("update.ini", ini + "[EXE1]\nfile_name=bin/运行\n");
     downLoadVorn_app app;
     QSignalSpy spy(&app, &downLoadVorn_app::emitMessage);
-    QVERIFY(app.parseIniFile());
-    QCOMPARE(app.fileInfos().size(), 3);
-    QCOMPARE(app.fileInfos()[0].delaycopy_file, (QStringList{"a.so", "", "lib+"}));
-    QCOMPARE(app.fileInfos()[1].file_name, QString());
-    QCOMPARE(app.fileInfos()[2].file_name, QString("*"));
-    QCOMPARE(app.exeFiles(), QStringList{"bin/运行"});
-    QCOMPARE(fixture::texts(spy), (QStringList{kel::text(2018), kel::text(2021).arg(3)}));
-    QString tip;
-    QVERIFY(app.checkProjectFiles(tip));
-    QCOMPARE(tip, QString("运行环境 1.2"));
-    QCOMPARE(app.versionFile(), QString("version.1.2.3"));
-
-    writeManifest("[UPDATEINFO]\nfile_num=0\n[PREPARE]\nversion=\n");
-    downLoadVorn_app empty;
-    QSignalSpy emptySpy(&empty, &downLoadVorn_app::emitMessage);
-    QVERIFY(!empty.parseIniFile());
-    QCOMPARE(fixture::redTexts(emptySpy), QStringList{kel::text(2020)});
-    QVERIFY(!empty.checkProjectFiles(tip));
-    QCOMPARE(tip, kel::text(2017));
-    QCOMPARE(empty.versionFile(), QString("version."));
+    QCOMPARE(app.parseIniFile(), records >= 0);
+    QCOMPARE(app.fileInfos().size(), qMax(records, 0));
+    QCOMPARE(fixture::redTexts(spy), redText ? QStringList{kel::text(redText)} : QStringList());
+    if (records < 0)
+        return;
+    QCOMPARE(fixture::texts(spy), (QStringList{kel::text(2018), kel::text(2021).arg(records)}));
+    QCOMPARE(app.exeFiles().first(), QString("bin/运行"));
+    if (records == 3) // an unquoted list keeps its empty element
+        QCOMPARE(app.fileInfos().first().delaycopy_file, (QStringList{"a.so", "", "lib+"}));
 }
 
-void TestDownLoadVornApp::patterns_data()
-{
-    QTest::addColumn<QStringList>("patterns");
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<bool>("selected");
-    QTest::addColumn<QStringList>("hits");
-    const QStringList mixed{"a.so", "", "lib+"};
-    QTest::newRow("prefix") << mixed << "libx.so" << true << QStringList{"lib+"};
-    QTest::newRow("exact") << mixed << "a.so" << true << QStringList();
-    QTest::newRow("no match") << mixed << "a.so.1" << false << QStringList();
-    QTest::newRow("empty pattern, empty name") << mixed << "" << true << QStringList();
-    QTest::newRow("plus alone") << QStringList{"+"} << "anything" << true << QStringList{"+"};
-    QTest::newRow("case-sensitive") << QStringList{"Lib+"} << "libx" << false << QStringList();
-}
-
-void TestDownLoadVornApp::patterns()
-{
-    QFETCH(QStringList, patterns);
-    QFETCH(QString, name);
-    QFETCH(bool, selected);
-    QFETCH(QStringList, hits);
-    downLoadVorn_app app;
-    downLoadVorn_app::FILE_INFO record;
-    record.delaycopy_file = patterns;
-    downLoadVorn_app::FILE_INFO* info = &record;
-    QCOMPARE(app.judgeFilenameRegExp(name, info), selected);
-    QCOMPARE(record.delaycopy_hit, hits);
-}
-
-void TestDownLoadVornApp::checksumList_data()
-{
-    QTest::addColumn<QByteArray>("list");
-    QTest::addColumn<bool>("passes");
-    QTest::addColumn<QString>("redLine"); // the argument of the red line, if any
-    const QByteArray good = QCryptographicHash::hash("payload", QCryptographicHash::Md5).toHex();
-    QTest::newRow("all OK") << QByteArray(good + "  data.bin\n") << true << "";
-    QTest::newRow("FAILED line") << QByteArray("00000000000000000000000000000000  data.bin\n")
-                                 << false << "data.bin: FAILED";
-    QTest::newRow("malformed list warns without OK")
-        << QByteArray("this is not a checksum line\n") << false
-        << "md5sum: version.1: no properly formatted checksum lines found";
-    QTest::newRow("nothing printed") << QByteArray() << true << "";
-}
-
-void TestDownLoadVornApp::checksumList()
-{
-    QFETCH(QByteArray, list);
-    QFETCH(bool, passes);
-    QFETCH(QString, redLine);
-    fixture::writeFile("data.bin", "payload");
-    fixture::writeFile("version.1", list);
-    writeManifest("[PREPARE]\nversion=V 1\n");
-    const QByteArray path = qgetenv("PATH");
-    if (list.isEmpty()) {
-        // Only the output lines count: a checker that prints nothing passes.
-        fixture::writeFile(dir + "/bin/md5sum", "#!/bin/sh\nexit 1\n");
-        QFile::setPermissions(dir + "/bin/md5sum", QFile::ReadOwner | QFile::ExeOwner);
-        qputenv("PATH", (dir + "/bin:").toUtf8() + path);
-    }
-    downLoadVorn_app app;
-    QSignalSpy spy(&app, &downLoadVorn_app::emitMessage);
-    const bool result = app.checkFile(downLoadVorn_app::CHECK_PACKAGE);
-    qputenv("PATH", path);
-    QCOMPARE(result, passes);
-    QCOMPARE(fixture::redTexts(spy),
-             redLine.isEmpty() ? QStringList() : QStringList{kel::text(2034).arg(redLine)});
-    QCOMPARE(fixture::texts(spy).first(), kel::text(2028).arg("version.1"));
-}
-
-void TestDownLoadVornApp::clearingKeepsStartImages()
-{
-    const QString panel = dir + "/panel/";
-    for (const char* name : {"old.so", "startBarLoadGnd.bmp", "my_progress_bar_start.png", "run"})
-        fixture::writeFile(panel + name, "x");
-    fixture::writeFile(panel + "sub/keep", "x");
-    writeManifest(
-        ("[UPDATEINFO]\nfile_num=2\n[FILE1]\nfile_name=*\nsrc_path=./pkg/\ndes_path=" + panel +
-         "\n[FILE2]\nfile_name=gone.txt\nsrc_path=./\ndes_path=" + dir + "/new/dir/\n")
-            .toUtf8());
-    downLoadVorn_app app;
-    QSignalSpy spy(&app, &downLoadVorn_app::emitMessage);
-    QVERIFY(app.parseIniFile());
-    QVERIFY(app.removeOldProjectFiles());
-    QStringList left = QDir(panel).entryList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot);
-    QCOMPARE(left, (QStringList{"my_progress_bar_start.png", "startBarLoadGnd.bmp", "sub"}));
-    QVERIFY(QFileInfo(dir + "/new/dir").isDir());
-    QVERIFY(fixture::texts(spy).contains(kel::text(2024).arg(2).arg(dir + "/new/dir/")));
-    QVERIFY(fixture::redTexts(spy).isEmpty());
-}
-
-void TestDownLoadVornApp::delayedCopy_data()
+void TestDownLoadVornApp::installation_data()
 {
     QTest::addColumn<QString>("patterns");
-    QTest::addColumn<bool>("succeeds");
+    QTest::addColumn<QString>("redLine");
     QTest::addColumn<QStringList>("copyOrder"); // delayed files come after every other one
     QTest::newRow("exact and prefix")
-        << "a.so,lib+" << true << QStringList{"main", "a.so", "lib1.so", "lib2.so"};
+        << "a.so,lib+" << QString() << QStringList{"main", "new/x", "a.so", "lib1.so", "lib2.so"};
     QTest::newRow("pattern naming no file")
-        << "a.so,b.so" << false << QStringList{"lib1.so", "lib2.so", "main", "a.so"};
+        << "a.so,b.so" << kel::text(2041).arg("./pkg/", "b.so")
+        << QStringList{"lib1.so", "lib2.so", "main", "new/x", "a.so"};
+    QTest::newRow("unreadable source") << "" << kel::text(2042).arg("./missing") << QStringList();
 }
 
-void TestDownLoadVornApp::delayedCopy()
+void TestDownLoadVornApp::installation()
 {
     QFETCH(QString, patterns);
-    QFETCH(bool, succeeds);
+    QFETCH(QString, redLine);
     QFETCH(QStringList, copyOrder);
     for (const char* name : {"a.so", "lib1.so", "lib2.so", "main"})
         fixture::writeFile(QString("pkg/") + name, name);
+    fixture::writeFile("x", "x");
     const QString panel = dir + "/panel/";
-    writeManifest(("[UPDATEINFO]\nfile_num=1\n[FILE1]\nfile_name=*\nsrc_path=./pkg/\ndes_path=" +
-                   panel + "\ndelaycopy_file=\"" + patterns + "\"\n")
-                      .toUtf8());
+    for (const char* name : {"old.so", "startBarLoadGnd.bmp", "my_progress_bar_start.png", "sub/k"})
+        fixture::writeFile(panel + name, "old");
+    if (patterns.isEmpty())
+        writeManifest({"missing|./|" + panel});
+    else
+        writeManifest({"*|./pkg/|" + panel + "|" + patterns, "x|./|" + panel + "new/"});
     downLoadVorn_app app;
     QSignalSpy spy(&app, &downLoadVorn_app::emitMessage);
     QVERIFY(app.parseIniFile());
     QVERIFY(app.removeOldProjectFiles());
-    QCOMPARE(app.updateProjectFile(), succeeds);
+    QCOMPARE(app.updateProjectFile(), redLine.isEmpty());
+    QCOMPARE(fixture::redTexts(spy), redLine.isEmpty() ? QStringList() : QStringList{redLine});
     QStringList copied;
     for (const QString& line : fixture::texts(spy)) {
         if (line.startsWith(kel::text(2043).arg(panel)))
             copied << line.mid(kel::text(2043).arg(panel).size());
     }
     QCOMPARE(copied, copyOrder);
-    if (!succeeds)
-        QCOMPARE(fixture::redTexts(spy), QStringList{kel::text(2041).arg("./pkg/", "b.so")});
+    if (patterns.isEmpty())
+        return;
+    // The clearing keeps the start-up images and subdirectories; a new directory is made.
+    QStringList left = QDir(panel).entryList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot);
+    left.removeAll("a.so");
+    QCOMPARE(left, (QStringList{"lib1.so", "lib2.so", "main", "my_progress_bar_start.png", "new",
+                                "startBarLoadGnd.bmp", "sub"}));
+    QVERIFY(fixture::texts(spy).contains(kel::text(2024).arg(2).arg(panel + "new/")));
 }
 
-void TestDownLoadVornApp::unreadableSource()
+void TestDownLoadVornApp::room_data()
 {
-    writeManifest(("[UPDATEINFO]\nfile_num=1\n[FILE1]\nfile_name=missing\nsrc_path=./\ndes_path=" +
-                   dir + "/p/\n")
-                      .toUtf8());
-    downLoadVorn_app app;
-    QSignalSpy spy(&app, &downLoadVorn_app::emitMessage);
-    QVERIFY(app.parseIniFile());
-    QVERIFY(!app.updateProjectFile());
-    QCOMPARE(fixture::redTexts(spy), QStringList{kel::text(2042).arg("./missing")});
+    QTest::addColumn<QStringList>("panelFiles"); // "name:KiB" on a 128 KiB file system
+    QTest::addColumn<QStringList>("records");    // name|source|destination, under the stick
+    QTest::addColumn<bool>("fits");
+    const QStringList all{"*|./pkg/|@"};
+    QTest::newRow("protected image replaces its old copy")
+        << QStringList{"startBarLoadGnd.bmp:80"} << all << true;
+    QTest::newRow("a file named twice counts once")
+        << QStringList() << QStringList{"*|./pkg/|@", "a.so|./pkg/|@"} << true;
+    QTest::newRow("cleared files make room") << QStringList{"old.so:96"} << all << true;
+    QTest::newRow("a link frees nothing")
+        << QStringList{"old.so:32", "link.so>"} << QStringList{"*|./huge/|@"} << false;
 }
 
-void TestDownLoadVornApp::shortLibraryNames()
-{
-    for (const char* name : {"libQt.so.4.8.7", "libQt.so.4", "libQt.so", "a.b.so.1", "plain"})
-        fixture::writeFile(name, name);
-    QFile::remove("libQt.so.4");
-    downLoadVorn_app app;
-    QVERIFY(app.creatLink());
-    QStringList names = QDir(".").entryList(QDir::Files);
-    names.removeAll("update.ini");
-    QCOMPARE(names, (QStringList{"a.b.so", "libQt.so", "libQt.so.4", "plain"}));
-    QCOMPARE(fixture::readFile("libQt.so.4"), QByteArray("libQt.so.4.8.7"));
-}
-
-void TestDownLoadVornApp::noRoomRemovesNothing()
+void TestDownLoadVornApp::room()
 {
     INSIDE_SANDBOX_REQUIRED();
+    QFETCH(QStringList, panelFiles);
+    QFETCH(QStringList, records);
+    QFETCH(bool, fits);
     const QString panel = dir + "/small/";
-    QDir().mkpath(panel);
-    QCOMPARE(QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=128k", "tmpfs", panel}), 0);
-    fixture::writeFile(panel + "old", QByteArray(16 * 1024, 'o'));
-    fixture::writeFile("pkg/new", QByteArray(512 * 1024, 'n'));
-    writeManifest(("[UPDATEINFO]\nfile_num=1\n[FILE1]\nfile_name=*\nsrc_path=./pkg/\ndes_path=" +
-                   panel + "\n")
-                      .toUtf8());
+    QVERIFY(fixture::mountTmpfs(panel, "128k"));
+    fixture::writeFile(dir + "/outside", QByteArray(200 * 1024, 'o'));
+    for (const QString& file : panelFiles) {
+        if (file.endsWith('>'))
+            QVERIFY(QFile::link(dir + "/outside", panel + file.chopped(1)));
+        else
+            fixture::writeFile(panel + file.section(':', 0, 0),
+                               QByteArray(file.section(':', 1).toInt() * 1024, 'o'));
+    }
+    fixture::writeFile("pkg/startBarLoadGnd.bmp", QByteArray(80 * 1024, 'n'));
+    fixture::writeFile("pkg/a.so", QByteArray(40 * 1024, 'n'));
+    fixture::writeFile("huge/big", QByteArray(136 * 1024, 'n'));
+    writeManifest(records.replaceInStrings("@", panel));
     downLoadVorn_app app;
     QSignalSpy spy(&app, &downLoadVorn_app::emitMessage);
     QVERIFY(app.parseIniFile());
-    QVERIFY(!app.removeOldProjectFiles());
-    QVERIFY(QFileInfo::exists(panel + "old"));
+    QCOMPARE(app.removeOldProjectFiles() && app.updateProjectFile(), fits);
+    if (fits) {
+        QVERIFY(fixture::redTexts(spy).isEmpty());
+        QCOMPARE(fixture::readFile(panel + "startBarLoadGnd.bmp"), QByteArray(80 * 1024, 'n'));
+        return;
+    }
+    // Refused before anything is removed.
     QCOMPARE(fixture::redTexts(spy).size(), 1);
     QVERIFY(fixture::redTexts(spy).first().startsWith(kel::text(2223).section("%1", 0, 0)));
-    QVERIFY(fixture::redTexts(spy).first().contains("512"));
-    QProcess::execute("umount", {panel});
+    QVERIFY(QFileInfo::exists(panel + "old.so"));
 }
 
-void TestDownLoadVornApp::absurdCountIsUnreadable()
+void TestDownLoadVornApp::linksAreReplacedNotFollowed()
 {
-    writeManifest("[UPDATEINFO]\nfile_num=4000000000\n");
+    const QString panel = dir + "/panel/";
+    fixture::writeFile(dir + "/outside/f", "outside");
+    QDir().mkpath(panel);
+    QVERIFY(QFile::link(dir + "/nowhere", panel + "gone.so"));
+    QVERIFY(QFile::link(dir + "/outside/f", panel + "cleared.so"));
+    QVERIFY(QFile::link(dir + "/outside/f", panel + "startBarLoadGnd.bmp"));
+    fixture::writeFile("pkg/startBarLoadGnd.bmp", "image");
+    fixture::writeFile("pkg/gone.so", "so");
+    writeManifest({"*|./pkg/|" + panel, "gone.so|./pkg/|" + panel});
     downLoadVorn_app app;
     QSignalSpy spy(&app, &downLoadVorn_app::emitMessage);
-    QVERIFY(!app.parseIniFile());
-    QCOMPARE(fixture::redTexts(spy), QStringList{kel::text(2019)});
-    QVERIFY(app.fileInfos().isEmpty());
+    QVERIFY(app.parseIniFile());
+    QVERIFY(app.removeOldProjectFiles());
+    QVERIFY(fixture::texts(spy).contains(kel::text(2050).arg(panel + "gone.so")));
+    QVERIFY(fixture::texts(spy).contains(kel::text(2050).arg(panel + "cleared.so")));
+    QVERIFY(app.updateProjectFile());
+    QCOMPARE(fixture::readFile(dir + "/outside/f"), QByteArray("outside"));
+    QCOMPARE(fixture::readFile(panel + "startBarLoadGnd.bmp"), QByteArray("image"));
+    QVERIFY(!QFileInfo(panel + "startBarLoadGnd.bmp").isSymLink());
+    QCOMPARE(QDir(panel).entryList(QDir::Files | QDir::System),
+             (QStringList{"gone.so", "startBarLoadGnd.bmp"}));
 }
 
 // In a sandbox: manifests are opened through a fixed scratch file in /tmp.

@@ -4,44 +4,67 @@
 
 #include <QString>
 #include <QStringList>
+#include <algorithm>
+#include <cerrno>
 #include <functional>
 
 // A scriptable panel for tests: every call is recorded in calls; results come from the fields
-// (or from the hooks, where a test needs a result that changes over time). Installs itself on
+// (or from the hook, where a test needs a state that changes over time). Installs itself on
 // construction and restores the previous library on destruction.
 class FakePanelLibrary : public PanelLibrary
 {
 public:
-    FakePanelLibrary();
-    ~FakePanelLibrary() override;
+    FakePanelLibrary() : m_previous(PanelLibrary::replace(this)) {}
+    ~FakePanelLibrary() override { PanelLibrary::replace(m_previous); }
 
-    int checkApplicationState(int state) override;
-    int notifyStopApplication() override;
-    int notifyExitApplication() override;
-    int notifyKillApplication(int arg) override;
-    int notifyLoggerFlush() override;
-    int setBeeTime(int milliseconds) override;
-    int delSaveData(int mask, int arg) override;
-    int reboot(int command) override;
+    int checkApplicationState(int state) override
+    {
+        return record(QString("state %1").arg(state),
+                      stateHook ? stateHook(state) : state == 0 && runtimeExited);
+    }
+    int notifyStopApplication() override { return record("stop", 0); }
+    int notifyExitApplication() override { return record("exit", exitResult); }
+    int notifyKillApplication(int arg) override
+    {
+        return record(QString("kill %1").arg(arg), killResult);
+    }
+    int notifyLoggerFlush() override { return record("flush", 0); }
+    int setBeeTime(int ms) override { return record(QString("beep %1").arg(ms), 0); }
+    int delSaveData(int mask, int arg) override
+    {
+        return record(QString("delSaveData %1 %2").arg(mask).arg(arg), 0);
+    }
+    int reboot(int) override
+    {
+        errno = EPERM;
+        return record("reboot", rebootResult);
+    }
+    void sync() override
+    {
+        if (syncHook)
+            syncHook();
+    }
 
     // Number of recorded calls whose text starts with prefix.
-    int count(const QString& prefix) const;
+    int count(const QString& prefix) const
+    {
+        return int(std::count_if(calls.begin(), calls.end(),
+                                 [&](const QString& call) { return call.startsWith(prefix); }));
+    }
 
     QStringList calls; // e.g. "state 0", "exit", "kill 0", "beep 500", "delSaveData 5 0", "reboot"
-
-    int exitedState = 0;      // result of checkApplicationState(0)
-    int settingsState = 0;    // result of checkApplicationState(1)
-    int stopResult = 0;
+    bool runtimeExited = false;
     int exitResult = 0;
     int killResult = 0;
-    int flushResult = 0;
-    int beepResult = 0;
-    int delSaveDataResult = 0;
-    int rebootResult = -1;    // -1 like a refused restart, with rebootErrno
-    int rebootErrno = 1;      // EPERM
-
-    std::function<int(int state)> stateHook; // overrides the two state fields when set
+    int rebootResult = -1;                   // like a refused restart (EPERM)
+    std::function<int(int state)> stateHook; // overrides runtimeExited when set
+    std::function<void()> syncHook;          // called for every sync(), which does nothing here
 
 private:
+    int record(const QString& call, int result)
+    {
+        calls << call;
+        return result;
+    }
     PanelLibrary* m_previous;
 };

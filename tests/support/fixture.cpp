@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 #include <zlib.h>
 
 namespace fixture {
@@ -38,30 +39,45 @@ QString crcText(const QByteArray& bytes)
     return QString::number(static_cast<quint32>(crc), 16).toUpper();
 }
 
-QList<QPair<QString, QColor>> messages(const QSignalSpy& spy)
-{
-    QList<QPair<QString, QColor>> result;
-    for (const QList<QVariant>& call : spy)
-        result.append({call.at(0).toString(), call.value(1).value<QColor>()});
-    return result;
-}
-
-QStringList texts(const QSignalSpy& spy)
+QStringList texts(const QSignalSpy& spy, bool redOnly)
 {
     QStringList result;
-    for (const auto& message : messages(spy))
-        result << message.first;
-    return result;
-}
-
-QStringList redTexts(const QSignalSpy& spy)
-{
-    QStringList result;
-    for (const auto& message : messages(spy)) {
-        if (message.second == QColor(Qt::red))
-            result << message.first;
+    for (const QList<QVariant>& call : spy) {
+        if (!redOnly || call.value(1).value<QColor>() == QColor(Qt::red))
+            result << call.at(0).toString();
     }
     return result;
+}
+
+QuietUpdateParam parseArgs(const QStringList& args)
+{
+    QVector<QByteArray> bytes{"kelloadui.bin"};
+    for (const QString& arg : args)
+        bytes << arg.toUtf8();
+    QVector<char*> argv;
+    for (QByteArray& b : bytes)
+        argv << b.data();
+    QuietUpdateParam param;
+    param.parseCmdParam(argv.size(), argv.data());
+    return param;
+}
+
+bool mountTmpfs(const QString& dir, const QString& size)
+{
+    QDir().mkpath(dir);
+    return QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=" + size, "tmpfs", dir}) == 0;
+}
+
+void removeTree(const QString& dir)
+{
+    QDir::setCurrent("/");
+    const QString prefix = QDir(dir).absolutePath() + "/";
+    for (const QByteArray& line : readFile("/proc/self/mounts").split('\n')) {
+        const QString mountPoint = QString::fromUtf8(line.split(' ').value(1));
+        if (mountPoint.startsWith(prefix))
+            QProcess::execute("umount", {"-l", mountPoint});
+    }
+    QDir(dir).removeRecursively();
 }
 
 } // namespace fixture

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "slienceupdate.h"
+
 #include <QByteArray>
 #include <QColor>
-#include <QList>
-#include <QPair>
 #include <QSignalSpy>
 #include <QString>
 
@@ -20,10 +20,19 @@ void writeScrambledIni(const QString& path, const QByteArray& iniText);
 // CRC-32 of bytes as the update manifests write it (upper case, no leading zeros).
 QString crcText(const QByteArray& bytes);
 
-// The (text, colour) pairs an emitMessage(QString, QColor) spy recorded.
-QList<QPair<QString, QColor>> messages(const QSignalSpy& spy);
-// Just the texts, and the texts of red lines.
-QStringList texts(const QSignalSpy& spy);
-QStringList redTexts(const QSignalSpy& spy);
+// The lines an emitMessage(QString, QColor) spy recorded, or only its red ones.
+QStringList texts(const QSignalSpy& spy, bool redOnly = false);
+inline QStringList redTexts(const QSignalSpy& spy)
+{
+    return texts(spy, true);
+}
+
+// The command-line record of the program started with these arguments.
+QuietUpdateParam parseArgs(const QStringList& args);
+
+// Mounts a tmpfs of size (as mount takes it, "128k") over dir; inside a sandbox only.
+bool mountTmpfs(const QString& dir, const QString& size);
+// Leaves the working directory, unmounts whatever is mounted under dir, then removes it.
+void removeTree(const QString& dir);
 
 } // namespace fixture
