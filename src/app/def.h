@@ -17,9 +17,15 @@ inline constexpr char kProgramName[] = "kelloadui.bin";
 inline constexpr char kVornAppDir[] = "/usr/vorn_app";
 inline constexpr char kVornAppProgram[] = "/usr/vorn_app/vorn_app";
 inline constexpr char kDefaultProjectDir[] = "/usr/vorn_app/project";
+// The environment variable naming the runtime directory; start-up sets it when the panel does not.
+inline constexpr char kVornWorkDirVariable[] = "VORN_WORK_DIR";
 
 // systemd's unit directory; boot services are linked and removed here.
 inline constexpr char kSystemdUnitDir[] = "/etc/systemd/system/";
+// A package's service NAME is the unit usr_NAME.service, enabled by a link in the boot target.
+inline constexpr char kServiceUnitPrefix[] = "usr_";
+inline constexpr char kServiceUnitSuffix[] = ".service";
+inline constexpr char kBootTargetDir[] = "multi-user.target.wants/";
 
 // Flag file of the light runtime edition.
 inline constexpr char kLiteVornAppFlagPath[] = "/usr/sbin/CheckVornApp";

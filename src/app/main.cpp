@@ -107,8 +107,8 @@ int main(int argc, char** argv)
     QuietUpdateParam param;
     param.parseCmdParam(argc, argv);
     // The dialog finds the runtime directory through the environment.
-    if (qEnvironmentVariable("VORN_WORK_DIR").isEmpty())
-        setenv("VORN_WORK_DIR", kel::kVornAppDir, 1);
+    if (qEnvironmentVariable(kel::kVornWorkDirVariable).isEmpty())
+        setenv(kel::kVornWorkDirVariable, kel::kVornAppDir, 1);
 
     signal(SIGRTMIN + 10, sigHandler);
     my_kill_process::kill_Self_Previous(kel::kProgramName, SIGRTMIN + 10);

@@ -2,13 +2,22 @@
 
 #include "def.h"
 #include "multilingual_management.h"
+#include "package_keys.h"
 #include "qsettingsfactory.h"
 
 #include <QFile>
 #include <QSettings>
 #include <memory>
 
+using namespace kel::keys;
+
 namespace {
+
+// The path of a key in a group, as QSettings takes it.
+QString at(const QString& group, const char* key)
+{
+    return group + "/" + key;
+}
 
 int readInt(QSettings* settings, const QString& key)
 {
@@ -71,9 +80,9 @@ std::unique_ptr<QSettings> GenerateConfigInfo::openManifest(const QString& path)
 
 bool GenerateConfigInfo::countsPlausible(QSettings* settings)
 {
-    for (const char* key :
-         {"/COPYFILE/COPYFILENUM", "/DELFILE/DELFILENUM", "/EXEFILE/EXEFILENUM"}) {
-        if (settings->value(key).toInt() > kel::kMaxManifestCount)
+    for (const auto& count :
+         {at(kCopy, kCopyCount), at(kDelete, kDeleteCount), at(kExe, kExeCount)}) {
+        if (settings->value(count).toInt() > kel::kMaxManifestCount)
             return false;
     }
     return true;
@@ -110,59 +119,59 @@ void GenerateConfigInfo::readFileOpConfig(QSettings* settings)
     m_copyFileSet.clear();
     m_delFileSet.clear();
 
-    const int copyCount = settings->value("/COPYFILE/COPYFILENUM").toInt();
+    const int copyCount = settings->value(at(kCopy, kCopyCount)).toInt();
     for (int n = 1; n <= copyCount; ++n) {
-        const QString group = "/COPYFILE" + QString::number(n);
+        const QString group = kCopy + QString::number(n);
         copyFileInfo_s info;
-        info.srcPath = settings->value(group + "/SRCPATH").toString();
-        info.destPath = settings->value(group + "/DESTPATH").toString();
-        info.size = settings->value(group + "/SIZE").toUInt();
-        info.crc32 = settings->value(group + "/CRC32").toString().toUpper();
-        info.sizeText = settings->value(group + "/SIZE").toString();
-        info.mode = readInt(settings, group + "/MODE");
-        info.authority = readInt(settings, group + "/AUTHORITY");
-        info.priority = readInt(settings, group + "/PRIORITY");
+        info.srcPath = settings->value(at(group, kSrcPath)).toString();
+        info.destPath = settings->value(at(group, kDestPath)).toString();
+        info.size = settings->value(at(group, kSize)).toUInt();
+        info.crc32 = settings->value(at(group, kCrc32)).toString().toUpper();
+        info.sizeText = settings->value(at(group, kSize)).toString();
+        info.mode = readInt(settings, at(group, kMode));
+        info.authority = readInt(settings, at(group, kAuthority));
+        info.priority = readInt(settings, at(group, kPriority));
         m_copyFileSet.insert(info);
     }
 
-    const int delCount = settings->value("/DELFILE/DELFILENUM").toInt();
+    const int delCount = settings->value(at(kDelete, kDeleteCount)).toInt();
     for (int n = 1; n <= delCount; ++n) {
-        const QString group = "/DELFILE" + QString::number(n);
+        const QString group = kDelete + QString::number(n);
         delFileInfo_s info;
-        info.srcPath = settings->value(group + "/SRCPATH").toString();
-        info.mode = readInt(settings, group + "/MODE");
-        info.authority = readInt(settings, group + "/AUTHORITY");
-        info.priority = readInt(settings, group + "/PRIORITY");
+        info.srcPath = settings->value(at(group, kSrcPath)).toString();
+        info.mode = readInt(settings, at(group, kMode));
+        info.authority = readInt(settings, at(group, kAuthority));
+        info.priority = readInt(settings, at(group, kPriority));
         m_delFileSet.insert(info);
     }
 
-    const int exeCount = settings->value("/EXEFILE/EXEFILENUM").toInt();
+    const int exeCount = settings->value(at(kExe, kExeCount)).toInt();
     for (int n = 1; n <= exeCount; ++n) {
         exeFileInfo_s info;
-        info.srcPath = settings->value("/EXEFILE" + QString::number(n) + "/SRCPATH").toString();
+        info.srcPath = settings->value(at(kExe + QString::number(n), kSrcPath)).toString();
         m_exeFileSet.insert(info);
     }
 }
 
 void GenerateConfigInfo::readUpdateConfig(QSettings* settings)
 {
-    readGroupBool(settings, "/UPDATE", m_updateInfo);
+    readGroupBool(settings, kUpdate, m_updateInfo);
 }
 
 void GenerateConfigInfo::readBackUpconfig(QSettings* settings)
 {
-    readGroupBool(settings, "/BACKUP", m_backUpInfo);
+    readGroupBool(settings, kBackup, m_backUpInfo);
 }
 
 void GenerateConfigInfo::readPrepareConfig(QSettings* settings)
 {
-    settings->value("/PREPARE/PREPARENUM").toInt();
+    settings->value(at(kPrepare, kPrepareCount)).toInt();
     // Always the three groups, whatever the count says.
-    for (int n = 1; n <= 3; ++n)
-        readGroupSplit(settings, "/PREPARE" + QString::number(n), m_prepareInfo[n - 1]);
+    for (int n = 1; n <= kPrepareTables; ++n)
+        readGroupSplit(settings, kPrepare + QString::number(n), m_prepareInfo[n - 1]);
 }
 
 void GenerateConfigInfo::readRestartConfig(QSettings* settings)
 {
-    readGroupSplit(settings, "RESTART", m_restartInfo);
+    readGroupSplit(settings, kRestart, m_restartInfo);
 }

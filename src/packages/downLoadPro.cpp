@@ -6,6 +6,7 @@
 #include "file_copier.h"
 #include "link_safe.h"
 #include "multilingual_management.h"
+#include "package_keys.h"
 #include "panel_library.h"
 
 #include <QDir>
@@ -16,7 +17,7 @@
 
 namespace {
 
-const char kManifest[] = "./project.ini";
+const char* const kManifest = kel::keys::kProjectManifest;
 
 // "$NAME" references replaced by the environment's values; unknown names stay as written.
 QString expandEnvironment(QString value)
@@ -82,7 +83,8 @@ bool downLoadPro::parseIniFile()
 {
     QSettings settings(kManifest, QSettings::IniFormat);
     settings.setIniCodec("UTF-8");
-    const int count = settings.value("/GLOBAL/FILENUM").toInt();
+    const int count =
+        settings.value(QString(kel::keys::kGlobal) + "/" + kel::keys::kFileCount).toInt();
     // An absurd count is a corrupt manifest: treat it as missing before making any record.
     if (count > kel::kMaxManifestCount) {
         emit emitMessage(kel::text(2157).arg(kManifest), Qt::red);
@@ -90,22 +92,25 @@ bool downLoadPro::parseIniFile()
     }
     if (count > 0) {
         for (int n = 1; n <= count; ++n) {
-            const QString group = "/FILE" + QString::number(n);
+            const QString group = kel::keys::kProjectFile + QString::number(n) + "/";
             FILE_INFO info;
-            info.name = settings.value(group + "/NAME").toString();
-            info.crc = settings.value(group + "/CRC").toString();
-            info.size = settings.value(group + "/SIZE").toUInt();
-            info.desPath = expandEnvironment(settings.value(group + "/DESPATH").toString()) + "/";
+            info.name = settings.value(group + kel::keys::kName).toString();
+            info.crc = settings.value(group + kel::keys::kCrc).toString();
+            info.size = settings.value(group + kel::keys::kSize).toUInt();
+            info.desPath =
+                expandEnvironment(settings.value(group + kel::keys::kDesPathProject).toString()) +
+                "/";
             info.srcPath = "./";
             m_fileInfos.append(info);
         }
     } else {
         emit emitMessage(kel::text(2159), Qt::black);
     }
-    m_clearRecipe = settings.value("/DOWNLOAD/CLEARRECIPE").toInt() != 0;
-    m_clearHistory = settings.value("/DOWNLOAD/CLEARHISTORY").toInt() != 0;
-    m_clearAlarm = settings.value("/DOWNLOAD/CLEARALARM").toInt() != 0;
-    m_clearInitValue = settings.value("/DOWNLOAD/CLEARINITVALUE").toInt() != 0;
+    const QString download = QString(kel::keys::kDownload) + "/";
+    m_clearRecipe = settings.value(download + kel::keys::kClearRecipe).toInt() != 0;
+    m_clearHistory = settings.value(download + kel::keys::kClearHistory).toInt() != 0;
+    m_clearAlarm = settings.value(download + kel::keys::kClearAlarm).toInt() != 0;
+    m_clearInitValue = settings.value(download + kel::keys::kClearInitValue).toInt() != 0;
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include "file_copier.h"
 #include "link_safe.h"
 #include "multilingual_management.h"
+#include "package_keys.h"
 #include "qsettingsfactory.h"
 
 #include <QCoreApplication>
@@ -15,6 +16,8 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+
+using namespace kel::keys;
 
 namespace {
 
@@ -47,13 +50,15 @@ QFileInfoList regularFiles(const QString& dir)
 std::unique_ptr<QSettings> openManifest()
 {
     return std::unique_ptr<QSettings>(
-        QSettingsFactory::createQSettings("./update.ini", QSettings::IniFormat));
+        QSettingsFactory::createQSettings(kManifest, QSettings::IniFormat));
 }
 
 QString versionFileOf(QSettings* settings)
 {
-    return "version." +
-           settings->value("/PREPARE/version").toString().split(' ', Qt::KeepEmptyParts).last();
+    return kVersionListPrefix + settings->value(QString(kPrepare) + "/" + kVersion)
+                                    .toString()
+                                    .split(' ', Qt::KeepEmptyParts)
+                                    .last();
 }
 
 } // namespace
@@ -64,8 +69,10 @@ bool downLoadVorn_app::parseIniFile()
 {
     emit emitMessage(kel::text(2018), Qt::black);
     std::unique_ptr<QSettings> settings = openManifest();
-    const uint fileCount = settings ? settings->value("/UPDATEINFO/file_num").toUInt() : 0;
-    const uint exeCount = settings ? settings->value("/ACCESSRIGHT/file_num").toUInt() : 0;
+    const uint fileCount =
+        settings ? settings->value(QString(kUpdateInfo) + "/" + kFileNum).toUInt() : 0;
+    const uint exeCount =
+        settings ? settings->value(QString(kAccessRight) + "/" + kFileNum).toUInt() : 0;
     // An absurd count is a corrupt manifest, not a request for billions of records.
     if (!settings || fileCount > uint(kel::kMaxManifestCount) ||
         exeCount > uint(kel::kMaxManifestCount)) {
@@ -77,12 +84,12 @@ bool downLoadVorn_app::parseIniFile()
         return false;
     }
     for (uint n = 1; n <= fileCount; ++n) {
-        const QString group = "/FILE" + QString::number(n);
+        const QString group = kRuntimeFile + QString::number(n) + "/";
         FILE_INFO info;
-        info.file_name = settings->value(group + "/file_name").toString();
-        info.des_path = settings->value(group + "/des_path").toString();
-        info.src_path = settings->value(group + "/src_path").toString();
-        const QVariant delayed = settings->value(group + "/delaycopy_file");
+        info.file_name = settings->value(group + kFileName).toString();
+        info.des_path = settings->value(group + kDesPath).toString();
+        info.src_path = settings->value(group + kSrcPathRuntime).toString();
+        const QVariant delayed = settings->value(group + kDelayCopy);
         // An unquoted "a,b" arrives as a list already; rejoin it to split it by our own rule.
         const QString patterns = delayed.type() == QVariant::StringList
                                      ? delayed.toStringList().join(',')
@@ -92,7 +99,8 @@ bool downLoadVorn_app::parseIniFile()
         m_fileInfos.append(info);
     }
     for (uint m = 1; m <= exeCount; ++m)
-        m_exeFiles << settings->value("/EXE" + QString::number(m) + "/file_name").toString();
+        m_exeFiles
+            << settings->value(kRuntimeExe + QString::number(m) + "/" + kFileName).toString();
     emit emitMessage(kel::text(2021).arg(m_fileInfos.size()), Qt::black);
     return true;
 }
@@ -112,12 +120,17 @@ bool downLoadVorn_app::judgeFilenameRegExp(const QString& fileName, FILE_INFO*& 
     return false;
 }
 
+bool downLoadVorn_app::keptWhenClearing(const QString& name)
+{
+    return isProtected(name);
+}
+
 bool downLoadVorn_app::decryptIniFile()
 {
-    if (!QSettingsFactory::decryptFile("./update.ini", "./updatetmp.ini", 0))
+    if (!QSettingsFactory::decryptFile(kManifest, "./updatetmp.ini", 0))
         return false;
-    QFile::remove("./update.ini");
-    QFile::rename("./updatetmp.ini", "./update.ini");
+    QFile::remove(kManifest);
+    QFile::rename("./updatetmp.ini", kManifest);
     return true;
 }
 
@@ -128,7 +141,7 @@ bool downLoadVorn_app::checkProjectFiles(QString& tip)
         tip = kel::text(2017);
         return false;
     }
-    const QString text = settings->value("/PREPARE/tip").toString();
+    const QString text = settings->value(QString(kPrepare) + "/" + kTip).toString();
     m_versionFile = versionFileOf(settings.get());
     settings.reset();
     if (text.isEmpty()) {

@@ -34,6 +34,8 @@ public:
 
     bool parseIniFile();
     bool judgeFilenameRegExp(const QString& fileName, FILE_INFO*& info);
+    // True for the start-up images that the clearing of a whole folder keeps.
+    static bool keptWhenClearing(const QString& name);
     bool decryptIniFile();
     bool checkProjectFiles(QString& tip);
 

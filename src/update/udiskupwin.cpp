@@ -10,6 +10,7 @@
 #include "kill_process.h"
 #include "maincfg.h"
 #include "multilingual_management.h"
+#include "package_keys.h"
 #include "panel_library.h"
 #include "screen_setting.h"
 #include "ui_udiskupwin.h"
@@ -112,7 +113,7 @@ void UDiskUpWin::setParamInfo(const QuietUpdateParam& param)
 
 void UDiskUpWin::getVornDir()
 {
-    workDir = "VORN_WORK_DIR";
+    workDir = kel::kVornWorkDirVariable;
     for (const QString& entry : QProcess::systemEnvironment()) {
         if (entry.startsWith(workDir))
             workDir = entry.section('=', 1, 1) + "/";
@@ -122,7 +123,7 @@ void UDiskUpWin::getVornDir()
 bool UDiskUpWin::parseIniFile()
 {
     emit emitMessage(kel::text(2100), Qt::black);
-    if (!configInfo || !configInfo->readIni("./update.ini"))
+    if (!configInfo || !configInfo->readIni(kel::keys::kManifest))
         return false;
     prepareList = configInfo->getPrepareInfo();
     copyFileSet = configInfo->getCopyFileSet();
@@ -406,19 +407,21 @@ bool UDiskUpWin::runItem(const ItemTexts& item, bool (UDiskUpWin::*check)(),
 bool UDiskUpWin::updateData()
 {
     progressValue += 1;
-    static const ItemTexts system{"UPSYSTEM", 2107, "./system/", 2108, 2109, 0, 2110, 2111, 10};
-    static const ItemTexts runtime{"UPVORN_APP", 2112, "./vorn_app/", 2113, 2114,
-                                   2115,         2116, 2117,          10};
-    static const ItemTexts project{"UPPROJECT", 2118, "./project/", 2119, 2120,
-                                   2121,        2122, 2123,         10};
-    static const ItemTexts identity{"UPKELINFO", 2124, "./kelinfo/", 2125, 2126, 0, 2127, 2128, 1};
+    static const ItemTexts system{
+        kel::keys::kUpSystem, 2107, kel::keys::kSystemFolder, 2108, 2109, 0, 2110, 2111, 10};
+    static const ItemTexts runtime{
+        kel::keys::kUpVornApp, 2112, kel::keys::kVornAppFolder, 2113, 2114, 2115, 2116, 2117, 10};
+    static const ItemTexts project{
+        kel::keys::kUpProject, 2118, kel::keys::kProjectFolder, 2119, 2120, 2121, 2122, 2123, 10};
+    static const ItemTexts identity{
+        kel::keys::kUpKelInfo, 2124, kel::keys::kKelInfoFolder, 2125, 2126, 0, 2127, 2128, 1};
     if (!runItem(system, &UDiskUpWin::checkUpdateSystem, &UDiskUpWin::updateSystem) ||
         !runItem(runtime, &UDiskUpWin::checkUpdateVorn_app, &UDiskUpWin::updateVorn_app) ||
         !runItem(project, &UDiskUpWin::checkUpdateProject, &UDiskUpWin::updateProject) ||
         !runItem(identity, &UDiskUpWin::checkUpdateKelInfo, &UDiskUpWin::updateKelInfo))
         return false;
     // Looked up for compatibility with older packages; the item has no effect.
-    firstEntry(updateItems, "UPSYSCONFIG");
+    firstEntry(updateItems, kel::keys::kUpSysConfig);
     return true;
 }
 
@@ -535,7 +538,7 @@ bool UDiskUpWin::updateManifestItem(const ManifestItemTexts& texts)
     connect(op, &file_operation_c::emitMessage, this, &UDiskUpWin::updateOutMessage);
 
     progressValue += 1;
-    if (!reader->readFileOpConfig(QString("./update.ini"))) {
+    if (!reader->readFileOpConfig(QString(kel::keys::kManifest))) {
         emit emitMessage(kel::text(texts.parseFailed), Qt::red);
         return false;
     }
@@ -656,7 +659,7 @@ bool UDiskUpWin::checkItem(const char* key, const char* folder, const CheckTexts
         file_operation_c op(workDir);
         connect(&reader, &GenerateConfigInfo::emitMessage, this, keep);
         connect(&op, &file_operation_c::emitMessage, this, keep);
-        readable = reader.readFileOpConfig(QString("./update.ini"));
+        readable = reader.readFileOpConfig(QString(kel::keys::kManifest));
         verified = readable && op.checkCopyFile(reader.getCopyFileSet());
     } else if (kind == RuntimeCheck) {
         downLoadVorn_app installer;
@@ -686,29 +689,33 @@ bool UDiskUpWin::checkItem(const char* key, const char* folder, const CheckTexts
 
 bool UDiskUpWin::checkUpdateSystem()
 {
-    return checkItem("UPSYSTEM", "./system/", {2060, 2061, 2062, 2060}, ManifestCheck);
+    return checkItem(kel::keys::kUpSystem, kel::keys::kSystemFolder, {2060, 2061, 2062, 2060},
+                     ManifestCheck);
 }
 
 bool UDiskUpWin::checkUpdateKelInfo()
 {
-    return checkItem("UPKELINFO", "./kelinfo/", {2070, 2071, 2072, 2073}, ManifestCheck);
+    return checkItem(kel::keys::kUpKelInfo, kel::keys::kKelInfoFolder, {2070, 2071, 2072, 2073},
+                     ManifestCheck);
 }
 
 bool UDiskUpWin::checkUpdateVorn_app()
 {
-    return checkItem("UPVORN_APP", "./vorn_app/", {2063, 2065, 2064, 2066}, RuntimeCheck);
+    return checkItem(kel::keys::kUpVornApp, kel::keys::kVornAppFolder, {2063, 2065, 2064, 2066},
+                     RuntimeCheck);
 }
 
 bool UDiskUpWin::checkUpdateProject()
 {
-    return checkItem("UPPROJECT", "./project/", {2067, 0, 2068, 2069}, ProjectCheck);
+    return checkItem(kel::keys::kUpProject, kel::keys::kProjectFolder, {2067, 0, 2068, 2069},
+                     ProjectCheck);
 }
 
 // ---- services, commands, restart
 
 bool UDiskUpWin::killProc()
 {
-    for (const QString& name : allEntries(prepareList.value(0), "STOPPROC")) {
+    for (const QString& name : allEntries(prepareList.value(0), kel::keys::kStopProc)) {
         if (!my_kill_process::killall(name)) {
             emit emitMessage(kel::text(2221).arg(name), Qt::red);
             return false;
@@ -733,12 +740,13 @@ bool runServiceCommand(const QString& command, const char* pcloseFailure)
 
 QString unitFile(const QString& name)
 {
-    return QString::fromLatin1(servPath) + "usr_" + name + ".service";
+    return QString::fromLatin1(servPath) + kel::kServiceUnitPrefix + name + kel::kServiceUnitSuffix;
 }
 
 QString bootLink(const QString& name)
 {
-    return QString::fromLatin1(servPath) + "multi-user.target.wants/" + "usr_" + name + ".service";
+    return QString::fromLatin1(servPath) + kel::kBootTargetDir + kel::kServiceUnitPrefix + name +
+           kel::kServiceUnitSuffix;
 }
 } // namespace
 
@@ -769,12 +777,12 @@ bool UDiskUpWin::stopBootService(QString name)
 bool UDiskUpWin::autoRestart()
 {
     bool result = true;
-    for (const QString& name : allEntries(restartItems, "AUTOSTART")) {
+    for (const QString& name : allEntries(restartItems, kel::keys::kAutoStart)) {
         const bool ok = startBootService(name);
         emit emitMessage(kel::text(ok ? 2102 : 2101), ok ? Qt::black : Qt::red);
         result = result && ok;
     }
-    for (const QString& name : allEntries(restartItems, "AUTOSTOP")) {
+    for (const QString& name : allEntries(restartItems, kel::keys::kAutoStop)) {
         const bool ok = stopBootService(name);
         emit emitMessage(kel::text(ok ? 2104 : 2103), ok ? Qt::black : Qt::red);
         result = result && ok;
@@ -784,7 +792,7 @@ bool UDiskUpWin::autoRestart()
 
 bool UDiskUpWin::executeCMD()
 {
-    const QVariant* command = firstEntry(restartItems, "COMMAND");
+    const QVariant* command = firstEntry(restartItems, kel::keys::kCommand);
     if (!command || command->toString().isEmpty())
         return true;
     FILE* pipe = popen(command->toString().toUtf8().constData(), "r");
@@ -808,7 +816,7 @@ bool UDiskUpWin::changeWorkingDir(const char* dir)
 void UDiskUpWin::startBeep()
 {
     beepCount = 0;
-    const QVariant* count = firstEntry(restartItems, "BEEPNUM");
+    const QVariant* count = firstEntry(restartItems, kel::keys::kBeepNum);
     if (!count)
         return;
     beepCount = count->toInt();
@@ -848,7 +856,7 @@ void UDiskUpWin::reBootKel()
         updatefinished();
         return;
     }
-    const QVariant* reboot = firstEntry(restartItems, "REBOOT");
+    const QVariant* reboot = firstEntry(restartItems, kel::keys::kReboot);
     if (reboot && reboot->toInt() == 1) {
         restartKel();
         close();

@@ -1,6 +1,7 @@
 #include "def.h"
 #include "fixture.h"
 #include "generateconfiginfo.h"
+#include "kelpack_trees.h"
 #include "multilingual_management.h"
 #include "sandbox.h"
 
@@ -10,9 +11,14 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QRegularExpression>
+#include <QSettings>
 #include <QtTest>
 
-// The package tool as integrators use it: what it writes is read back by the updater's reader.
+using trees::kelpack;
+
+// The package tool as integrators use it: what it writes is read back by the updater's reader,
+// verify predicts each packaging mistake, and the panel speaks the English texts it ships.
 class TestKelpack : public QObject
 {
     Q_OBJECT
@@ -25,18 +31,16 @@ private slots:
     void crcRenderings();
     void refusals_data();
     void refusals();
-    void buildRefusesCutValues();
     void buildNeverLosesFiles_data();
     void buildNeverLosesFiles();
     void buildWritesWhatReadsBack();
-    void verifyFindings_data();
-    void verifyFindings();
+    void verifyPredicts_data() { trees::addMistakes(); }
+    void verifyPredicts();
+    void englishTextsAreComplete();
+    void panelSpeaksEnglish_data();
+    void panelSpeaksEnglish();
 
 private:
-    int kelpack(const QStringList& args, QByteArray* out = nullptr, QByteArray* err = nullptr,
-                const QString& workDir = QString());
-    // A copy of the sample package tree with one text replaced in one of its files.
-    QString sampleTree(const QString& file = {}, const QString& from = {}, const QString& to = {});
     QString dir;
 };
 
@@ -44,20 +48,6 @@ void TestKelpack::initTestCase()
 {
     MultilingualManager::GetInstance()->loadMultilingualFile(QString(), kel::kDefaultLanguageFile);
     dir = sandbox::makeScratchDir("kelpack");
-}
-
-int TestKelpack::kelpack(const QStringList& args, QByteArray* out, QByteArray* err,
-                         const QString& workDir)
-{
-    QProcess tool;
-    tool.setWorkingDirectory(workDir);
-    tool.start(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack", args);
-    tool.waitForFinished();
-    if (out)
-        *out = tool.readAllStandardOutput();
-    if (err)
-        *err = tool.readAllStandardError();
-    return tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
 }
 
 void TestKelpack::scrambledManifestReadsBack_data()
@@ -113,6 +103,8 @@ void TestKelpack::refusals_data()
     QTest::newRow("missing input") << QStringList{"scramble", "/nonexistent", "/dev/null"} << 1;
     QTest::newRow("not scrambled") << QStringList{"unscramble", "/etc/hostname", "/dev/null"} << 1;
     QTest::newRow("unreadable file for crc") << QStringList{"crc", "/nonexistent"} << 1;
+    QTest::newRow("init over files") << QStringList{"init", "/etc"} << 1;
+    QTest::newRow("verify of nothing") << QStringList{"verify", "/nonexistent"} << 1;
 }
 
 void TestKelpack::refusals()
@@ -120,29 +112,6 @@ void TestKelpack::refusals()
     QFETCH(QStringList, args);
     QFETCH(int, status);
     QCOMPARE(kelpack(args), status);
-}
-
-QString TestKelpack::sampleTree(const QString& file, const QString& from, const QString& to)
-{
-    const QString tree = dir + "/tree";
-    QDir(tree).removeRecursively();
-    QDir(dir + "/out").removeRecursively(); // the stick of the previous case
-    QProcess::execute("cp",
-                      {"-R", QStringLiteral(KEL_SOURCE_DIR) + "/examples/sample/package", tree});
-    if (!file.isEmpty()) {
-        QString text = QString::fromUtf8(fixture::readFile(tree + "/" + file));
-        if (!text.contains(from))
-            qWarning("sample text %s not found in %s", qPrintable(from), qPrintable(file));
-        fixture::writeFile(tree + "/" + file, text.replace(from, to).toUtf8());
-    }
-    return tree;
-}
-
-void TestKelpack::buildRefusesCutValues()
-{
-    const QString tree = sampleTree("system/update.ini", "PRIORITY=2", "PRIORITY=2; first");
-    QCOMPARE(kelpack({"build", tree, dir + "/out", "--program", KEL_PROGRAM_PATH}), 1);
-    QVERIFY(!QFileInfo::exists(dir + "/out/update/update.ini"));
 }
 
 namespace {
@@ -208,6 +177,11 @@ void TestKelpack::buildNeverLosesFiles_data()
                    "out/qws/qwsserver"
         << "." << QStringList{"tree", "out", "--force"} << 0 << QStringList()
         << QStringList{"out/update/old", "out/qws/qwsserver"};
+    QTest::newRow("a tree with errors")
+        << "sed -i 's/UPPROJECT=true/UPPROJECT=no/' tree/update.ini"
+        << "." << QStringList{"tree", "out"} << 1
+        << QStringList{"update.ini:6: error: [UPDATE] UPPROJECT:", "nothing was written"}
+        << QStringList();
 }
 
 void TestKelpack::buildNeverLosesFiles()
@@ -258,20 +232,21 @@ void TestKelpack::buildNeverLosesFiles()
 void TestKelpack::buildWritesWhatReadsBack()
 {
     INSIDE_SANDBOX_REQUIRED();
-    const QString tree = sampleTree("update.ini", "REBOOT=0", "REBOOT=0\nNOTE=\"  a, b; c  \"");
-    QCOMPARE(kelpack({"build", tree, dir + "/out", "--program", KEL_PROGRAM_PATH}), 0);
+    const QString source =
+        trees::tree(dir, {"update.ini",
+                          "COMMAND=\"echo sample command ran > /usr/vorn_app/config/command.out\"",
+                          "COMMAND=\"  echo a, b; echo c  \""});
+    QCOMPARE(kelpack({"build", source, dir + "/out", "--program", KEL_PROGRAM_PATH}), 0);
     const QString package = dir + "/out/update";
     GenerateConfigInfo reader;
     QVERIFY(reader.readIni(package + "/update.ini"));
-    const VariantTable restart = reader.getReStartInfo();
-    QCOMPARE(restart.find("NOTE")->second.toString(), QString("  a, b; c  "));
-    QCOMPARE(restart.find("COMMAND")->second.toString(),
-             QString("echo sample command ran > /usr/vorn_app/config/command.out"));
+    QCOMPARE(reader.getReStartInfo().find("COMMAND")->second.toString(),
+             QString("  echo a, b; echo c  "));
     const copyFileInfo_s first = *reader.getCopyFileSet().begin();
-    QCOMPARE(first.crc32, fixture::crcText(fixture::readFile(tree + "/files/panel.conf")));
-    QCOMPARE(first.size, quint32(QFileInfo(tree + "/files/panel.conf").size()));
+    QCOMPARE(first.crc32, fixture::crcText(fixture::readFile(source + "/files/panel.conf")));
+    QCOMPARE(first.size, quint32(QFileInfo(source + "/files/panel.conf").size()));
     // The project wants lower-case checksums, the md5 list checks out, the program is in place.
-    const QString projectCrc = fixture::crcText(fixture::readFile(tree + "/project/main.pro"));
+    const QString projectCrc = fixture::crcText(fixture::readFile(source + "/project/main.pro"));
     QVERIFY(fixture::readFile(package + "/project/project.ini")
                 .contains("CRC=" + projectCrc.toLower().toUtf8() + "\n"));
     QProcess md5;
@@ -283,81 +258,159 @@ void TestKelpack::buildWritesWhatReadsBack()
     QCOMPARE(kelpack({"verify", package}), 0);
 }
 
-void TestKelpack::verifyFindings_data()
+void TestKelpack::verifyPredicts()
 {
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QString>("from");
-    QTest::addColumn<QString>("to");
-    QTest::addColumn<QString>("finding");
-    QTest::addColumn<bool>("raw");   // edit the built, scrambled manifest instead of the tree
-    QTest::addColumn<int>("status"); // 1 for errors, 0 for warnings only
-    QTest::newRow("leading zero crc") << "update.ini"
-                                      << "CRC32=auto\nMODE=0\nAUTHORITY=1\nPRIORITY=1"
-                                      << "CRC32=0ABC\nMODE=0\nAUTHORITY=1\nPRIORITY=1"
-                                      << "leading zero" << false << 1;
-    QTest::newRow("unknown mode") << "update.ini"
-                                  << "MODE=0\nAUTHORITY=1\nPRIORITY=1"
-                                  << "MODE=7\nAUTHORITY=1\nPRIORITY=1"
-                                  << "MODE 7 does nothing" << false << 1;
-    QTest::newRow("count below sections") << "update.ini"
-                                          << "COPYFILENUM=2"
-                                          << "COPYFILENUM=1"
-                                          << "is ignored" << false << 0;
-    QTest::newRow("count above sections") << "update.ini"
-                                          << "DELFILENUM=1"
-                                          << "DELFILENUM=2"
-                                          << "is missing" << false << 1;
-    QTest::newRow("unquoted semicolon") << "update.ini"
-                                        << "COMMAND=echo sample command ran > "
-                                           "/usr/vorn_app/config/command.out"
-                                        << "COMMAND=echo a; echo b"
-                                        << "cut at" << true << 1;
-    QTest::newRow("exec path with a blank") << "update.ini"
-                                            << "SRCPATH=/usr/vorn_app/kellogger"
-                                            << "SRCPATH=/usr/vorn_app/kel logger"
-                                            << "shell" << false << 1;
-    QTest::newRow("relative destination") << "kelinfo/update.ini"
-                                          << "DESTPATH=/usr/vorn_app/kelinfo/panel.id"
-                                          << "DESTPATH=kelinfo/panel.id"
-                                          << "not absolute" << false << 1;
-    QTest::newRow("pattern without file") << "vorn_app/update.ini"
-                                          << "delaycopy_file=libvornui+"
-                                          << "delaycopy_file=libvornui+,libgone.so"
-                                          << "matches no file" << false << 1;
-    QTest::newRow("upper-case project crc") << "project/project.ini"
-                                            << "CRC=auto"
-                                            << "CRC=ABCDEF"
-                                            << "lower case" << false << 1;
-}
-
-void TestKelpack::verifyFindings()
-{
+    QFETCH(QStringList, edits);
+    QFETCH(QString, severity);
     QFETCH(QString, file);
-    QFETCH(QString, from);
-    QFETCH(QString, to);
-    QFETCH(QString, finding);
-    QFETCH(bool, raw);
+    QFETCH(int, line);
+    QFETCH(QString, section);
+    QFETCH(QString, key);
+    QFETCH(QString, problem);
+    QFETCH(QString, fix);
     QFETCH(int, status);
-    INSIDE_SANDBOX_REQUIRED();
-    const QString tree = raw ? sampleTree() : sampleTree(file, from, to);
-    QCOMPARE(kelpack({"build", tree, dir + "/out", "--program", KEL_PROGRAM_PATH}), 0);
-    if (raw) {
-        const QString manifest = dir + "/out/update/" + file;
-        QCOMPARE(kelpack({"unscramble", manifest, dir + "/plain.ini"}), 0);
-        QString text = QString::fromUtf8(fixture::readFile(dir + "/plain.ini"));
-        QVERIFY(text.contains(from));
-        fixture::writeFile(dir + "/plain.ini", text.replace(from, to).toUtf8());
-        QCOMPARE(kelpack({"scramble", dir + "/plain.ini", manifest}), 0);
-    }
+    const QString source = trees::tree(dir, edits);
+    QByteArray text;
+    QCOMPARE(kelpack({"verify", source}, &text), status);
     QByteArray out;
-    QCOMPARE(kelpack({"verify", dir + "/out/update", "--json"}, &out), status);
+    QCOMPARE(kelpack({"verify", source, "--json"}, &out), status);
     const QJsonObject report = QJsonDocument::fromJson(out).object();
     QCOMPARE(report.value("ok").toBool(), status == 0);
-    bool found = false;
-    for (const QJsonValue& value : report.value("findings").toArray())
-        found = found || (value.toObject().value("file").toString() == file &&
-                          value.toObject().value("message").toString().contains(finding));
-    QVERIFY2(found, out.constData());
+    const QJsonArray findings = report.value("findings").toArray();
+    // The JSON holds every finding the text shows, in the same words.
+    QStringList lines = QString::fromUtf8(text).split('\n', Qt::SkipEmptyParts);
+    lines.removeLast(); // the summary
+    QCOMPARE(findings.size(), lines.size());
+    for (int i = 0; i < findings.size(); ++i)
+        QCOMPARE(findings[i].toObject().value("text").toString(), lines[i]);
+    if (severity.isEmpty()) {
+        QVERIFY2(findings.isEmpty(), text.constData());
+    } else {
+        bool found = false;
+        for (const QJsonValue& value : findings) {
+            const QJsonObject f = value.toObject();
+            found =
+                found ||
+                (f.value("severity").toString() == severity && f.value("file").toString() == file &&
+                 f.value("line").toInt() == line && f.value("section").toString() == section &&
+                 f.value("key").toString() == key && f.value("text").toString().contains(problem) &&
+                 f.value("fix").toString().contains(fix));
+        }
+        QVERIFY2(found, text.constData());
+    }
+    // build runs the same checks: errors refuse the stick, warnings let it through.
+    QByteArray err;
+    QCOMPARE(kelpack({"build", source, dir + "/out", "--program", KEL_PROGRAM_PATH}, nullptr, &err),
+             status);
+    for (const QString& finding : lines)
+        QVERIFY2(err.contains(finding.toUtf8()), err.constData());
+    QCOMPARE(QFileInfo::exists(dir + "/out/update/update.ini"), status == 0);
+    // The stick it wrote tells the same without the tree, its signature audited besides.
+    if (status == 0) {
+        QByteArray stick;
+        QCOMPARE(kelpack({"verify", dir + "/out/update", "--json"}, &stick), 0);
+        const auto where = [](const QJsonArray& list) {
+            QStringList places;
+            for (const QJsonValue& value : list) {
+                const QJsonObject f = value.toObject();
+                if (f.value("file").toString().startsWith("kelgate."))
+                    continue;
+                places << QStringList{f.value("severity").toString(), f.value("file").toString(),
+                                      f.value("section").toString(), f.value("key").toString()}
+                              .join(' ');
+            }
+            return places;
+        };
+        QCOMPARE(where(QJsonDocument::fromJson(stick).object().value("findings").toArray()),
+                 where(findings));
+    }
+    // info walks the same steps: every step of its JSON is a line of its text.
+    QByteArray plan, planJson;
+    QCOMPARE(kelpack({"info", source}, &plan), 0);
+    QCOMPARE(kelpack({"info", source, "--json"}, &planJson), 0);
+    const QJsonArray steps = QJsonDocument::fromJson(planJson).object().value("steps").toArray();
+    QVERIFY(steps.size() > 10);
+    for (const QJsonValue& value : steps) {
+        const QJsonObject step = value.toObject();
+        QString line = "   " + step.value("action").toString();
+        for (const char* field : {"target", "source"})
+            if (!step.value(field).toString().isEmpty())
+                line += QString(field) == "source" ? " from " + step.value(field).toString()
+                                                   : " " + step.value(field).toString();
+        QVERIFY2(plan.contains(line.toUtf8()), qPrintable(line));
+    }
+}
+
+void TestKelpack::englishTextsAreComplete()
+{
+    const auto table = [](const QString& path) {
+        QSettings lan(path, QSettings::IniFormat);
+        lan.setIniCodec("UTF-8");
+        QMap<int, QString> texts;
+        for (const QString& group : lan.childGroups())
+            texts.insert(group.toInt(), lan.value(group + "/string").toString());
+        return texts;
+    };
+    const QMap<int, QString> chinese = table(kel::kDefaultLanguageFile);
+    const QMap<int, QString> english =
+        table(QStringLiteral(KEL_SOURCE_DIR) + "/src/app/resource/lan/english.lan");
+    // The updater's 243 texts (1000-1018, 2000-2223) and every text added after them.
+    QVERIFY(chinese.size() >= 243 && chinese.contains(1000) && chinese.contains(2223));
+    const QRegularExpression placeholder("%\\d?");
+    for (auto zh = chinese.begin(); zh != chinese.end(); ++zh) {
+        QVERIFY2(english.contains(zh.key()), qPrintable(QString::number(zh.key())));
+        const QString en = english.value(zh.key());
+        // The report line stays as it is: the gate, the simulator and integrators read it.
+        const bool report = zh.key() == 2055 || zh.key() == 2059;
+        QVERIFY2(report
+                     ? en == zh.value()
+                     : !en.isEmpty() && !en.contains(QRegularExpression("[\\x{4e00}-\\x{9fff}]")),
+                 qPrintable(QString::number(zh.key())));
+        QStringList zhMarks, enMarks;
+        for (auto it = placeholder.globalMatch(zh.value()); it.hasNext();)
+            zhMarks << it.next().captured();
+        for (auto it = placeholder.globalMatch(en); it.hasNext();)
+            enMarks << it.next().captured();
+        zhMarks.sort();
+        enMarks.sort();
+        QCOMPARE(enMarks, zhMarks);
+        QCOMPARE(en.count('\n'), zh.value().count('\n'));
+    }
+    // The report line is written over the log's first line: all three are as long.
+    const QByteArray head = english.value(2054).toUtf8();
+    QCOMPARE(english.value(2055).toUtf8().size(), head.size());
+    QCOMPARE((english.value(2059) + "\n").toUtf8().size(), head.size());
+}
+
+void TestKelpack::panelSpeaksEnglish_data()
+{
+    QTest::addColumn<int>("toolLanguage");
+    QTest::addColumn<QStringList>("options");
+    QTest::newRow("-lanID") << 0 << QStringList{"-s", "-nr", "-lanID 0001"};
+    QTest::newRow("tool setting") << 1 << QStringList{"-s", "-nr"};
+}
+
+void TestKelpack::panelSpeaksEnglish()
+{
+    QFETCH(int, toolLanguage);
+    QFETCH(QStringList, options);
+    INSIDE_SANDBOX_REQUIRED();
+    const QString source =
+        trees::tree(dir, {"kelpack.ini", "tool_language=0",
+                          QString("tool_language=%1\n[language]\nfile=english.lan\n"
+                                  "number=1")
+                              .arg(toolLanguage)});
+    QCOMPARE(kelpack({"build", source, dir + "/out", "--program", KEL_PROGRAM_PATH}), 0);
+    QVERIFY(QFileInfo(dir + "/out/language/0001.lan").isFile());
+    QFile::remove("/usr/vorn_app/project/lan_setup.ini");
+    QProcess run;
+    run.setWorkingDirectory("/");
+    run.start(dir + "/out/update/kelloadui.bin", options);
+    QVERIFY(run.waitForFinished(60000));
+    const QString log = QString::fromUtf8(fixture::readFile(dir + "/out/update.log"));
+    QVERIFY2(log.startsWith(QString::fromUtf8("[成功]\n")), qPrintable(log));
+    QVERIFY2(log.contains("Starting the update...") && log.contains("Project update: copied "),
+             qPrintable(log));
 }
 
 // In a sandbox: the reader opens manifests through a fixed scratch file in /tmp.

@@ -1,23 +1,27 @@
 #include "def.h"
 #include "multilingual_management.h"
-#include "package_plan.h"
 #include "package_signer.h"
 #include "package_verifier.h"
 #include "package_writer.h"
+#include "starter_tree.h"
 #include "stick_builder.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFileInfo>
 #include <QMap>
+#include <QTemporaryDir>
 #include <QTextStream>
 #include <cstdio>
 
 namespace {
 
 const char kUsage[] =
-    "usage: kelpack build PACKAGE_TREE OUTDIR [--program PATH] [--force] [--sign SECRET_KEY]\n"
-    "       kelpack verify STICK_PACKAGE_DIR [--json] [--keys PUBLIC_KEY_DIR]\n"
-    "       kelpack info STICK_PACKAGE_DIR\n"
+    "usage: kelpack init NEW_TREE\n"
+    "       kelpack build PACKAGE_TREE OUTDIR [--program PATH] [--force] [--sign SECRET_KEY]\n"
+    "                     [--despite-errors]\n"
+    "       kelpack verify PACKAGE_TREE|STICK_PACKAGE_DIR [--json] [--keys PUBLIC_KEY_DIR]\n"
+    "       kelpack info PACKAGE_TREE|STICK_PACKAGE_DIR [--json]\n"
     "       kelpack scramble PLAIN_INI SCRAMBLED_INI\n"
     "       kelpack unscramble SCRAMBLED_INI PLAIN_INI\n"
     "       kelpack crc FILE...   (prints: upper-case CRC, lower-case CRC, size, file)\n"
@@ -26,8 +30,12 @@ const char kUsage[] =
     "                    [--replaces V]\n"
     "       kelpack --help | --version\n"
     "\n"
-    "build writes a new stick into OUTDIR, which must be new or empty; --force replaces only\n"
+    "init writes a commented starter tree. verify predicts what the panel meets: errors fail\n"
+    "or harm every panel, warnings depend on the panel. build checks the same and writes a new\n"
+    "stick into OUTDIR only without errors; OUTDIR must be new or empty, --force replaces only\n"
     "the stick's own entries there (the package folder, language/, config/, qws/).\n"
+    "--despite-errors writes a stick that has errors, to show on a test panel what they do.\n"
+    "The package format: docs/package-format.md.\n"
     "Exit status: 0 done, 1 the work failed or verify found errors, 2 wrong usage.\n";
 
 int usageError(const QString& why = QString())
@@ -78,39 +86,94 @@ int build(const Arguments& args)
         return usageError("build needs PACKAGE_TREE and OUTDIR");
     StickBuilder builder(args.positional[0], args.positional[1], args.options.value("--program"),
                          args.options.contains("--force"));
+    builder.setDespiteErrors(args.options.contains("--despite-errors"));
     builder.setSigningKey(args.options.value("--sign"));
     const bool built = builder.build();
     for (const QString& warning : builder.warnings())
         fprintf(stderr, "kelpack: warning: %s\n", warning.toUtf8().constData());
+    fputs(builder.report().text().toUtf8().constData(), stderr);
     if (!built)
         return fail(builder.error());
     printf("stick built in %s\n", qPrintable(args.positional[1]));
     return 0;
 }
 
+// Checks a package tree (built into a scratch folder first) or a stick's package folder, with
+// the panels' public keys when given; signing receives what the stick manifest says.
+bool check(const QString& path, const QString& keysDir, VerifyReport* report, QString* error,
+           QString* signing = nullptr)
+{
+    const bool tree = QFileInfo(path + "/" + recipe::kFile).isFile();
+    QTemporaryDir scratch;
+    QString package = path;
+    StickBuilder builder(path, QString(), QString(), false);
+    if (tree && !builder.stage(scratch.path() + "/stick", &package)) {
+        *error = builder.error();
+        return false;
+    }
+    PackageVerifier verifier(package, tree ? path : QString());
+    verifier.setTrustedKeys(keysDir);
+    verifier.setSignatureAudited(!tree);
+    verifier.verify();
+    *report = verifier.report();
+    if (signing)
+        *signing = PackageSigner::describe(package);
+    return true;
+}
+
 int verify(const Arguments& args)
 {
     if (args.positional.size() != 1)
-        return usageError("verify needs STICK_PACKAGE_DIR");
-    const bool json = args.options.contains("--json");
-    PackageVerifier verifier(args.positional[0]);
-    verifier.setTrustedKeys(args.options.value("--keys"));
-    verifier.verify();
-    fputs((json ? verifier.json() : verifier.text()).toUtf8().constData(), stdout);
-    if (!json && !verifier.hasErrors())
-        puts("no errors: the package passes every check the updater makes before it starts");
-    return verifier.hasErrors() ? 1 : 0;
+        return usageError("verify needs PACKAGE_TREE or STICK_PACKAGE_DIR");
+    VerifyReport report;
+    QString error;
+    if (!check(args.positional[0], args.options.value("--keys"), &report, &error))
+        return fail(error);
+    const QString package = QDir(args.positional[0]).absolutePath();
+    if (args.options.contains("--json")) {
+        fputs(report.json(package).toUtf8().constData(), stdout);
+    } else {
+        fputs(report.text().toUtf8().constData(), stdout);
+        const int errors = report.errorCount();
+        const int warnings = report.findings().size() - errors;
+        if (errors == 0 && warnings == 0)
+            puts("no errors, no warnings: the panel meets nothing that fails or surprises");
+        else
+            printf("%d errors, %d warnings%s\n", errors, warnings,
+                   errors ? "" : ": the outcome depends on the panel");
+    }
+    return report.hasErrors() ? 1 : 0;
 }
 
 int info(const Arguments& args)
 {
     if (args.positional.size() != 1)
-        return usageError("info needs STICK_PACKAGE_DIR");
-    QString plan;
-    const bool ok = PackagePlan(args.positional[0]).describe(&plan);
-    plan += PackageSigner::describe(args.positional[0]);
-    fputs(plan.toUtf8().constData(), stdout);
-    return ok ? 0 : 1;
+        return usageError("info needs PACKAGE_TREE or STICK_PACKAGE_DIR");
+    VerifyReport report;
+    QString error;
+    QString signing;
+    if (!check(args.positional[0], QString(), &report, &error, &signing))
+        return fail(error);
+    const QString package = QDir(args.positional[0]).absolutePath();
+    const bool json = args.options.contains("--json");
+    fputs(
+        (json ? report.planJson(package) : report.planText(package) + signing).toUtf8().constData(),
+        stdout);
+    if (!json && report.hasErrors())
+        printf("%d errors: see kelpack verify\n", report.errorCount());
+    return report.steps().isEmpty() ? 1 : 0;
+}
+
+int init(const Arguments& args)
+{
+    if (args.positional.size() != 1)
+        return usageError("init needs the folder of the new tree");
+    QString error;
+    if (!StarterTree::write(args.positional[0], &error))
+        return fail(error);
+    printf("starter tree written to %s: see its update.ini, then kelpack verify %s\n",
+           qPrintable(args.positional[0]), qPrintable(args.positional[0]));
+    return 0;
 }
 
 int scramble(const QString& command, const Arguments& args)
@@ -143,8 +206,9 @@ int crc(const Arguments& args)
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    // The updater's own messages explain what fails.
-    MultilingualManager::GetInstance()->loadMultilingualFile(QString(), kel::kDefaultLanguageFile);
+    // The updater's own messages explain what fails, in English.
+    MultilingualManager::GetInstance()->loadMultilingualFile(":/kelpack/languages/english.lan",
+                                                             kel::kDefaultLanguageFile);
     const QStringList words = app.arguments().mid(1);
     if (words.isEmpty())
         return usageError();
@@ -160,12 +224,14 @@ int main(int argc, char** argv)
     const QStringList rest = words.mid(1);
     Arguments args;
     if (command == "build")
-        args = parse(rest, {"--force"}, {"--program", "--sign"});
+        args = parse(rest, {"--force", "--despite-errors"}, {"--program", "--sign"});
     else if (command == "verify")
         args = parse(rest, {"--json"}, {"--keys"});
+    else if (command == "info")
+        args = parse(rest, {"--json"}, {});
     else if (command == "keygen" || command == "sign")
         return PackageSigner::run(words);
-    else if (command == "info" || command == "scramble" || command == "unscramble" ||
+    else if (command == "init" || command == "scramble" || command == "unscramble" ||
              command == "crc")
         args = parse(rest, {}, {});
     else
@@ -178,6 +244,8 @@ int main(int argc, char** argv)
         return verify(args);
     if (command == "info")
         return info(args);
+    if (command == "init")
+        return init(args);
     if (command == "crc")
         return crc(args);
     return scramble(command, args);

@@ -1,5 +1,7 @@
 #include "package_signer.h"
 
+#include "stick_builder.h"
+
 #include "stick_check.h"
 #include "stick_signature.h"
 #include "stick_tree.h"
@@ -275,7 +277,7 @@ bool PackageSigner::signBuild(const QSettings& recipe, const QString& recipePath
                               QString* error)
 {
     StickManifest release;
-    release.version = recipe.value("stick/version").toString();
+    release.version = recipe.value(QString(recipe::kStick) + "/" + recipe::kVersion).toString();
     if (release.version.isEmpty()) {
         if (secretKeyFile.isEmpty())
             return true;
@@ -283,9 +285,11 @@ bool PackageSigner::signBuild(const QSettings& recipe, const QString& recipePath
                               "replaces in the recipe";
         return false;
     }
-    for (const QString& model : recipe.value("stick/models").toStringList())
+    for (const QString& model :
+         recipe.value(QString(recipe::kStick) + "/" + recipe::kModels).toStringList())
         release.models << model.trimmed();
-    release.replaces = recipe.value("stick/replaces", "0").toString();
+    release.replaces =
+        recipe.value(QString(recipe::kStick) + "/" + recipe::kReplaces, "0").toString();
     const QString problem = releaseProblem(release);
     if (!problem.isEmpty()) {
         *error = recipePath + ": [stick] " + problem;

@@ -1,25 +1,35 @@
 #include "package_verifier.h"
 
+#include "def.h"
 #include "downLoadPro.h"
 #include "downLoadVorn_app.h"
+#include "file_copier.h"
 #include "file_operation_c.h"
 #include "generateconfiginfo.h"
+#include "manifest_lint.h"
+#include "package_keys.h"
 #include "package_signer.h"
 #include "qsettingsfactory.h"
+#include "stick_builder.h"
 
+#include <QCryptographicHash>
 #include <QDir>
+#include <QDirIterator>
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <algorithm>
-#include <cstring>
 #include <memory>
 
+using namespace kel::keys;
+
 namespace {
+
+const char kRootManifest[] = "update.ini";
+const char kRuntimeFolder[] = "vorn_app";
+const char kProjectFolderName[] = "project";
 
 // Collects the failure lines a class of the updater reports, as the panel would show them.
 class MessageCollector : public QObject
@@ -38,273 +48,189 @@ template <typename Worker> void collect(Worker* worker, MessageCollector* collec
     QObject::connect(worker, &Worker::emitMessage, collector, &MessageCollector::take);
 }
 
-bool shellSafe(const QString& path)
+// Paths reach the shell unquoted: these characters split or expand them.
+bool shellSafe(const QString& text)
 {
     static const QRegularExpression unsafe("[\\s;&|<>()$`\\\\\"'*?\\[\\]#~]");
-    return !path.contains(unsafe);
+    return !text.contains(unsafe);
 }
 
-QString crcRule(const QString& crc, bool lowerCase)
+QString modeText(int mode)
 {
-    if (crc.isEmpty())
-        return QString();
-    if (crc.size() > 1 && crc.startsWith('0'))
-        return "has a leading zero, which never matches: write it without leading zeros";
-    if (lowerCase && crc != crc.toLower())
-        return "must be lower case for the project check";
-    if (!QRegularExpression("^[0-9A-Fa-f]{1,8}$").match(crc).hasMatch())
-        return "is not a CRC-32 in hexadecimal";
-    return QString();
+    switch (mode) {
+    case 0:
+        return "file";
+    case 1:
+        return "the files of a folder";
+    default:
+        return "a folder tree";
+    }
+}
+
+QByteArray md5Of(const QString& path)
+{
+    QFile file(path);
+    QCryptographicHash hash(QCryptographicHash::Md5);
+    if (!file.open(QIODevice::ReadOnly) || !hash.addData(&file))
+        return QByteArray();
+    return hash.result();
+}
+
+bool sameContent(const QString& a, const QString& b)
+{
+    if (QFileInfo(a).canonicalFilePath() == QFileInfo(b).canonicalFilePath())
+        return true;
+    return QFileInfo(a).size() == QFileInfo(b).size() && md5Of(a) == md5Of(b) &&
+           !md5Of(a).isEmpty();
+}
+
+QString crcOf(const QString& path)
+{
+    quint32 crc = 0;
+    return FileCopier::crc32Of(path, &crc) ? QString::number(crc, 16) : QString();
+}
+
+QString unitFile(const QString& name)
+{
+    return QString(kel::kSystemdUnitDir) + kel::kServiceUnitPrefix + name + kel::kServiceUnitSuffix;
+}
+
+QStringList entries(const VariantTable& table, const char* key)
+{
+    QStringList values;
+    for (auto range = table.equal_range(key); range.first != range.second; ++range.first)
+        values << range.first->second.toString();
+    return values;
+}
+
+const bool* firstBool(const BoolTable& table, const char* key)
+{
+    const auto it = table.find(key);
+    return it == table.end() ? nullptr : &it->second;
+}
+
+// The file a shell runs first in a command line: the program, or the script given to a shell.
+QStringList commandFiles(const QString& command, bool* runDirectly)
+{
+    static const QStringList shells{"sh", "bash", "ash", "/bin/sh", "/bin/bash", "/bin/ash"};
+    const QStringList words = command.split(QRegularExpression("\\s+"), Qt::SkipEmptyParts);
+    *runDirectly = false;
+    if (words.isEmpty())
+        return {};
+    if (shells.contains(words[0]))
+        return words.size() > 1 && !words[1].startsWith('-') ? QStringList{words[1]}
+                                                             : QStringList();
+    if (!words[0].contains('/'))
+        return {};
+    *runDirectly = true;
+    return {words[0]};
+}
+
+// A program the shell cannot run unless the file may be executed: a script or a binary.
+bool isExecutable(const QString& path, const QString& name)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray head = file.read(4);
+    return head.startsWith("#!") || (head == "\x7f"
+                                             "ELF" &&
+                                     !name.contains(".so"));
 }
 
 } // namespace
 
-PackageVerifier::PackageVerifier(const QString& packageDir) : m_dir(QDir(packageDir).absolutePath())
+PackageVerifier::PackageVerifier(const QString& packageDir, const QString& treeDir)
+    : m_dir(QDir(packageDir).absolutePath()),
+      m_tree(treeDir.isEmpty() ? QString() : QDir(treeDir).absolutePath())
 {
 }
 
-void PackageVerifier::add(bool error, const QString& file, const QString& key,
-                          const QString& message)
+void PackageVerifier::add(bool error, const QString& file, const QString& section,
+                          const QString& key, const QString& problem, const QString& fix,
+                          const QString& expected, const QString& actual)
 {
-    m_findings.append({error, file, key, message});
+    VerifyReport::Finding finding;
+    finding.error = error;
+    finding.file = file;
+    const ManifestText* manifest = text(file);
+    finding.line = manifest ? manifest->lineOf(section, key) : 0;
+    finding.section = section;
+    finding.key = key;
+    finding.problem = problem;
+    finding.fix = fix;
+    finding.expected = expected;
+    finding.actual = actual;
+    m_report.add(finding);
 }
 
-bool PackageVerifier::hasErrors() const
+void PackageVerifier::step(const QString& action, const QString& target, const QString& source,
+                           const QString& detail)
 {
-    for (const Finding& finding : m_findings) {
-        if (finding.error)
-            return true;
-    }
-    return false;
+    m_report.addStep({m_phase, action, target, source, detail});
 }
 
-QSettings* PackageVerifier::openScrambled(const QString& path)
+const ManifestText* PackageVerifier::text(const QString& file)
 {
-    const QString plain = m_scratch + "/m" + QString::number(++m_opened) + ".ini";
-    if (!QSettingsFactory::decryptFile(path, plain, QSettingsFactory::CRYPT_CHECKED))
+    if (file.isEmpty() || !file.endsWith(".ini"))
         return nullptr;
-    checkRawText(QDir(m_dir).relativeFilePath(path), plain);
+    auto known = m_texts.find(file);
+    if (known != m_texts.end())
+        return &known.value();
+    ManifestText manifest;
+    QString path = (m_tree.isEmpty() ? m_dir : m_tree) + "/" + file;
+    if (m_tree.isEmpty() && file.endsWith(kRootManifest)) {
+        path = m_scratch + "/text" + QString::number(m_texts.size()) + ".ini";
+        if (!QSettingsFactory::decryptFile(m_dir + "/" + file, path,
+                                           QSettingsFactory::CRYPT_CHECKED))
+            return nullptr;
+    }
+    if (!QFileInfo(path).isFile() || !manifest.load(path))
+        return nullptr;
+    return &m_texts.insert(file, manifest).value();
+}
+
+QSettings* PackageVerifier::openScrambled(const QString& file)
+{
+    // A file of its own for each: the settings reader caches files by their path.
+    const QString plain = m_scratch + "/read" + QString::number(++m_opened) + ".ini";
+    if (!QSettingsFactory::decryptFile(m_dir + "/" + file, plain, QSettingsFactory::CRYPT_CHECKED))
+        return nullptr;
     auto* settings = new QSettings(plain, QSettings::IniFormat);
     settings->setIniCodec("UTF-8");
     return settings;
 }
 
-void PackageVerifier::checkRawText(const QString& file, const QString& plainPath)
+bool PackageVerifier::hasErrorIn(const QString& file) const
 {
-    QFile plain(plainPath);
-    plain.open(QIODevice::ReadOnly);
-    for (const QString& line : QString::fromUtf8(plain.readAll()).split('\n')) {
-        const QString trimmed = line.trimmed();
-        const int equals = trimmed.indexOf('=');
-        if (equals < 0 || trimmed.startsWith('#') || trimmed.startsWith(';'))
-            continue;
-        const QString key = trimmed.left(equals).trimmed();
-        const QString value = trimmed.mid(equals + 1).trimmed();
-        if (value.startsWith('"'))
-            continue;
-        if (value.contains(';'))
-            add(true, file, key, "the value is cut at \";\": put the whole value in double quotes");
-        else if (key == "COMMAND" && value.contains(','))
-            add(true, file, key,
-                "the command is split at \",\" and only its first part runs: put it in double "
-                "quotes");
+    for (const VerifyReport::Finding& finding : m_report.findings()) {
+        if (finding.error && finding.file == file)
+            return true;
     }
+    return false;
 }
 
-void PackageVerifier::checkCounts(const QString& file, QSettings& settings, const char* section,
-                                  const char* countKey)
+QString PackageVerifier::stickPath(const QString& folder, const QString& relative) const
 {
-    const int count = settings.value(QString(section) + "/" + countKey).toInt();
-    if (count > 100000) {
-        add(true, file, QString(section) + "/" + countKey,
-            "the count is absurd and the updater refuses the whole manifest");
-        return;
-    }
-    QList<int> present;
-    for (const QString& group : settings.childGroups()) {
-        bool numeric = false;
-        const int n = group.mid(int(strlen(section))).toInt(&numeric);
-        if (group.startsWith(section) && numeric)
-            present << n;
-    }
-    for (int n : present) {
-        if (n > count || n < 1)
-            add(false, file, QString("%1%2").arg(section).arg(n),
-                QString("is ignored: %1 is %2. Raise the count or remove the section")
-                    .arg(countKey)
-                    .arg(count));
-    }
-    for (int n = 1; n <= count; ++n) {
-        if (!present.contains(n))
-            add(true, file, QString("%1%2").arg(section).arg(n),
-                QString("is missing although %1 is %2: the updater makes an empty record of it")
-                    .arg(countKey)
-                    .arg(count));
-    }
+    return QDir::cleanPath(QDir(m_dir + "/" + folder).absoluteFilePath(relative));
 }
 
-bool PackageVerifier::itemRequested(QSettings& settings, const char* key) const
+void PackageVerifier::lintAll()
 {
-    return settings.value(QString("UPDATE/") + key).toBool();
-}
-
-void PackageVerifier::checkOperationManifest(const QString& folder, const QString& file,
-                                             bool packageWide)
-{
-    const QString path = m_dir + "/" + file;
-    if (!QFileInfo::exists(path)) {
-        add(true, file, "", "is missing");
-        return;
+    const struct
+    {
+        const char* file;
+        ManifestLint::Kind kind;
+    } manifests[] = {{"update.ini", ManifestLint::PackageManifest},
+                     {"system/update.ini", ManifestLint::ItemManifest},
+                     {"kelinfo/update.ini", ManifestLint::ItemManifest},
+                     {"vorn_app/update.ini", ManifestLint::RuntimeManifest},
+                     {"project/project.ini", ManifestLint::ProjectManifest},
+                     {recipe::kFile, ManifestLint::Recipe}};
+    for (const auto& manifest : manifests) {
+        if (const ManifestText* plain = text(manifest.file))
+            ManifestLint(manifest.kind, manifest.file, !m_tree.isEmpty(), &m_report).check(*plain);
     }
-    std::unique_ptr<QSettings> raw(openScrambled(path));
-    if (!raw) {
-        add(true, file, "",
-            "is not a scrambled manifest (BOM and \"#\" first line): build it with kelpack");
-        return;
-    }
-    checkCounts(file, *raw, "COPYFILE", "COPYFILENUM");
-    checkCounts(file, *raw, "DELFILE", "DELFILENUM");
-    checkCounts(file, *raw, "EXEFILE", "EXEFILENUM");
-
-    GenerateConfigInfo reader;
-    MessageCollector messages;
-    collect(&reader, &messages);
-    const bool read = packageWide ? reader.readIni(path) : reader.readFileOpConfig(path);
-    if (!read) {
-        add(true, file, "", messages.lines.join("; "));
-        return;
-    }
-    const QString back = QDir::currentPath();
-    QDir::setCurrent(m_dir + "/" + folder);
-    file_operation_c engine("verify");
-    collect(&engine, &messages);
-    int n = 0;
-    for (const copyFileInfo_s& info : reader.getCopyFileSet()) {
-        const QString key = "COPYFILE (" + info.srcPath + ")";
-        ++n;
-        if (info.mode < 0 || info.mode > 2) {
-            add(true, file, key,
-                QString("MODE %1 does nothing on the panel: use 0, 1 or 2").arg(info.mode));
-            continue;
-        }
-        if (!info.destPath.startsWith('/'))
-            add(true, file, key, "DESTPATH " + info.destPath + " is not absolute");
-        const QString rule =
-            crcRule(raw->value(QString("COPYFILE%1/CRC32").arg(n)).toString(), false);
-        if (!rule.isEmpty())
-            add(true, file, key, "CRC32 " + rule);
-        messages.lines.clear();
-        if (!engine.checkCopyFile(CopyFileSet{info}))
-            add(true, file, key,
-                (messages.lines.isEmpty() ? QString("the source is missing or not of its mode")
-                                          : messages.lines.join("; ")) +
-                    ": fix the file or the record");
-    }
-    for (const delFileInfo_s& info : reader.getDelFileSet()) {
-        if (info.mode < 0 || info.mode > 2)
-            add(true, file, "DELFILE (" + info.srcPath + ")",
-                QString("MODE %1 does nothing on the panel: use 0, 1 or 2").arg(info.mode));
-        if (!info.srcPath.startsWith('/'))
-            add(true, file, "DELFILE (" + info.srcPath + ")", "SRCPATH is not absolute");
-    }
-    for (const exeFileInfo_s& info : reader.getExeFileSet()) {
-        if (!shellSafe(info.srcPath))
-            add(true, file, "EXEFILE (" + info.srcPath + ")",
-                "the shell would split or expand this path: rename the file");
-        if (!info.srcPath.startsWith('/'))
-            add(true, file, "EXEFILE (" + info.srcPath + ")", "SRCPATH is not absolute");
-    }
-    if (packageWide) {
-        const VariantTable restart = reader.getReStartInfo();
-        for (const char* key : {"AUTOSTART", "AUTOSTOP"}) {
-            for (auto range = restart.equal_range(key); range.first != range.second;
-                 ++range.first) {
-                if (!shellSafe(range.first->second.toString()))
-                    add(true, file, QString("RESTART/") + key,
-                        "service name " + range.first->second.toString() +
-                            " would be split by the shell");
-            }
-        }
-    }
-    QDir::setCurrent(back);
-}
-
-void PackageVerifier::checkRuntime()
-{
-    const QString file = "vorn_app/update.ini";
-    const QString back = QDir::currentPath();
-    if (!QDir::setCurrent(m_dir + "/vorn_app")) {
-        add(true, "vorn_app", "", "the runtime folder is missing although UPVORN_APP is set");
-        return;
-    }
-    downLoadVorn_app runtime;
-    MessageCollector messages;
-    collect(&runtime, &messages);
-    if (!runtime.checkFile(downLoadVorn_app::CHECK_PACKAGE))
-        add(true, "vorn_app/" + runtime.versionFile(), "", messages.lines.join("; "));
-    messages.lines.clear();
-    if (!runtime.parseIniFile()) {
-        add(true, file, "", messages.lines.join("; "));
-        QDir::setCurrent(back);
-        return;
-    }
-    std::unique_ptr<QSettings> raw(openScrambled("update.ini"));
-    int n = 0;
-    for (downLoadVorn_app::FILE_INFO info : runtime.fileInfos()) {
-        const QString key = QString("FILE%1").arg(++n);
-        if (!info.des_path.startsWith('/') || !info.des_path.endsWith('/'))
-            add(true, file, key, "des_path must be absolute and end with \"/\"");
-        if (!info.src_path.endsWith('/'))
-            add(true, file, key, "src_path must end with \"/\"");
-        if (info.file_name != "*") {
-            if (!info.delaycopy_file.isEmpty())
-                add(false, file, key, "delaycopy_file only works on a \"*\" record");
-            continue;
-        }
-        const QStringList names = QDir(info.src_path).entryList(QDir::Files | QDir::Hidden);
-        for (const QString& pattern : info.delaycopy_file) {
-            const bool prefix = pattern.endsWith('+');
-            const bool matched = std::any_of(names.begin(), names.end(), [&](const QString& name) {
-                return prefix ? name.startsWith(pattern.chopped(1)) : name == pattern;
-            });
-            if (!matched)
-                add(true, file, key + "/delaycopy_file",
-                    "pattern \"" + pattern + "\" matches no file of " + info.src_path +
-                        ": the installation fails after copying");
-        }
-    }
-    for (const QString& exe : runtime.exeFiles()) {
-        if (!shellSafe(exe))
-            add(true, file, "EXE (" + exe + ")", "the shell would split or expand this path");
-    }
-    QDir::setCurrent(back);
-}
-
-void PackageVerifier::checkProject()
-{
-    const QString back = QDir::currentPath();
-    if (!QDir::setCurrent(m_dir + "/project")) {
-        add(true, "project", "", "the project folder is missing although UPPROJECT is set");
-        return;
-    }
-    QSettings raw("project.ini", QSettings::IniFormat);
-    raw.setIniCodec("UTF-8");
-    const int count = raw.value("GLOBAL/FILENUM").toInt();
-    for (int n = 1; n <= count && n <= 100000; ++n) {
-        const QString key = QString("FILE%1/CRC").arg(n);
-        const QString rule = crcRule(raw.value(key).toString(), true);
-        if (!rule.isEmpty())
-            add(true, "project/project.ini", key, "CRC " + rule);
-        const QString dest = raw.value(QString("FILE%1/DESPATH").arg(n)).toString();
-        if (!dest.startsWith('/') && !dest.startsWith('$'))
-            add(true, "project/project.ini", QString("FILE%1/DESPATH").arg(n), "is not absolute");
-    }
-    downLoadPro project("/usr/vorn_app/");
-    MessageCollector messages;
-    collect(&project, &messages);
-    if (!project.init())
-        add(true, "project/project.ini", "", messages.lines.join("; "));
-    QDir::setCurrent(back);
 }
 
 void PackageVerifier::verify()
@@ -312,47 +238,859 @@ void PackageVerifier::verify()
     QTemporaryDir scratch;
     m_scratch = scratch.path();
     QSettingsFactory::setScratchPath(m_scratch + "/opened.ini");
-    checkOperationManifest(".", "update.ini", true);
-    std::unique_ptr<QSettings> manifest;
-    if (QFileInfo::exists(m_dir + "/update.ini"))
-        manifest.reset(openScrambled(m_dir + "/update.ini"));
-    if (manifest) {
-        if (itemRequested(*manifest, "UPSYSTEM"))
-            checkOperationManifest("system", "system/update.ini", false);
-        if (itemRequested(*manifest, "UPVORN_APP"))
-            checkRuntime();
-        if (itemRequested(*manifest, "UPPROJECT"))
-            checkProject();
-        if (itemRequested(*manifest, "UPKELINFO"))
-            checkOperationManifest("kelinfo", "kelinfo/update.ini", false);
+    lintAll();
+    GenerateConfigInfo root;
+    MessageCollector messages;
+    collect(&root, &messages);
+    if (!root.readIni(m_dir + "/" + kRootManifest)) {
+        add(true, kRootManifest, QString(), QString(),
+            QFileInfo::exists(m_dir + "/" + kRootManifest)
+                ? "is not a scrambled manifest (UTF-8 BOM and \"#\" first line): the update fails "
+                  "at once"
+                : "is missing: the update fails at once",
+            "build the stick with kelpack build");
+        return;
     }
-    if (!QFileInfo::exists(m_dir + "/kelloadui.bin"))
-        add(false, "kelloadui.bin", "", "the program is not in the package folder");
+    const QString back = QDir::currentPath();
+    const BoolTable items = root.getUpdateInfo();
+    const auto requested = [&items](const char* key) {
+        const bool* value = firstBool(items, key);
+        return value && *value;
+    };
+    walkPrepare(root);
+    if (requested(kUpSystem)) {
+        m_phase = "system files (system/)";
+        walkOperations("system", "system/update.ini");
+    }
+    if (requested(kUpVornApp))
+        walkRuntime();
+    if (requested(kUpProject))
+        walkProject();
+    if (requested(kUpKelInfo)) {
+        m_phase = "panel identity (kelinfo/)";
+        walkOperations("kelinfo", "kelinfo/update.ini");
+    }
+    m_phase = "package-wide files";
+    walkOperations(".", kRootManifest);
+    walkServices(root);
+    walkCommand(root);
+    checkItemFolders(root);
+    QDir::setCurrent(back);
+    if (m_tree.isEmpty() && !QFileInfo::exists(m_dir + "/" + kel::kProgramName))
+        add(false, kel::kProgramName, QString(), QString(),
+            "is not in the package folder: nothing runs the update",
+            "build the stick with "
+            "kelpack build");
+    if (!m_signatureAudited)
+        return;
     PackageSigner::audit(m_dir, m_keysDir,
                          [this](bool error, const QString& file, const QString& message) {
-                             add(error, file, "", message);
+                             add(error, file, QString(), QString(), message);
                          });
 }
 
-QString PackageVerifier::text() const
+void PackageVerifier::walkPrepare(GenerateConfigInfo& root)
 {
-    QString out;
-    for (const Finding& f : m_findings)
-        out += QString("%1 %2%3: %4\n")
-                   .arg(f.error ? "error:  " : "warning:", f.file,
-                        f.key.isEmpty() ? QString() : ": " + f.key, f.message);
-    return out;
+    m_phase = "prepare";
+    step("stop the HMI runtime", kel::kVornAppProgram, QString(),
+         "asked to exit, killed after 3 s");
+    const QString section = kPrepare + QString("1");
+    // ps shows a program name cut to this many characters.
+    const int commLength = 15;
+    for (const QString& name : entries(root.getPrepareInfo().value(0), kStopProc)) {
+        step("kill", name);
+        if (!shellSafe(name))
+            add(true, kRootManifest, section, kStopProc,
+                "\"" + name + "\" reaches the shell unquoted and is split or expanded there",
+                "the program's plain name");
+        else if (name.size() > commLength)
+            add(true, kRootManifest, section, kStopProc,
+                QString("\"%1\" has %2 characters, but the process list shows at most %3: the "
+                        "panel never finds the program, so it keeps running during the update")
+                    .arg(name)
+                    .arg(name.size())
+                    .arg(commLength),
+                QString(kStopProc) + "=" + name.left(commLength));
+    }
 }
 
-QString PackageVerifier::json() const
+void PackageVerifier::walkOperations(const QString& folder, const QString& file)
 {
-    QJsonArray list;
-    for (const Finding& f : m_findings)
-        list.append(QJsonObject{{"severity", f.error ? "error" : "warning"},
-                                {"file", f.file},
-                                {"key", f.key},
-                                {"message", f.message}});
-    return QString::fromUtf8(
-        QJsonDocument(QJsonObject{{"package", m_dir}, {"ok", !hasErrors()}, {"findings", list}})
-            .toJson());
+    if (!QFileInfo::exists(m_dir + "/" + file)) {
+        add(true, kRootManifest, kUpdate, folder == "system" ? kUpSystem : kUpKelInfo,
+            file + " is missing: the item fails before it changes anything",
+            "add " + file + ", or set the item to false");
+        return;
+    }
+    std::unique_ptr<QSettings> manifest(openScrambled(file));
+    if (!manifest) {
+        add(true, file, QString(), QString(), "is not a scrambled manifest: the item fails",
+            "build the stick with kelpack build");
+        return;
+    }
+    const QString back = QDir::currentPath();
+    QDir::setCurrent(m_dir + "/" + folder);
+    walkCopies(folder, file, *manifest);
+    walkDeletes(file, *manifest);
+    walkGrants(file, *manifest);
+    // The program's own check of the copy set, in case a failure escaped the ones above.
+    GenerateConfigInfo reader;
+    file_operation_c engine(QString(kel::kVornAppDir) + "/");
+    MessageCollector messages;
+    collect(&reader, &messages);
+    collect(&engine, &messages);
+    if (reader.readFileOpConfig(m_dir + "/" + file) &&
+        !engine.checkCopyFile(reader.getCopyFileSet()) && !hasErrorIn(file))
+        add(true, file, kCopy, QString(),
+            "the updater's own check of the copy set fails: " + messages.lines.join("; "),
+            "correct the record the message names");
+    QDir::setCurrent(back);
+}
+
+void PackageVerifier::walkCopies(const QString& folder, const QString& file, QSettings& manifest)
+{
+    QVector<CopyRecord> records;
+    const int count = manifest.value(QString(kCopy) + "/" + kCopyCount).toInt();
+    for (int n = 1; n <= count && n <= kel::kMaxManifestCount; ++n) {
+        const QString group = kCopy + QString::number(n) + "/";
+        records.append({n, manifest.value(group + kSrcPath).toString(),
+                        manifest.value(group + kDestPath).toString(),
+                        manifest.value(group + kCrc32).toString().toUpper(),
+                        manifest.value(group + kSize).toString(),
+                        manifest.value(group + kMode).toString().toInt(nullptr, 10),
+                        manifest.value(group + kPriority).toString().toInt(nullptr, 10)});
+    }
+    std::stable_sort(records.begin(), records.end(), [](const CopyRecord& a, const CopyRecord& b) {
+        return a.priority < b.priority;
+    });
+    QMap<QString, int> written;
+    for (const CopyRecord& r : records) {
+        const QString section = kCopy + QString::number(r.number);
+        if (r.mode < 0 || r.mode > 2) {
+            add(true, file, section, kMode,
+                QString("%1 is no mode: the program skips the record without a word").arg(r.mode),
+                "MODE=0 (a file), 1 (the files of a folder) or 2 (a folder tree)");
+            continue;
+        }
+        const QString source = stickPath(folder, r.src);
+        bool usable = true;
+        if (r.src.isEmpty()) {
+            add(true, file, section, kSrcPath, "is missing or empty: the copy has no source",
+                QString(kSrcPath) + "=./path/in/the/package");
+            usable = false;
+        } else if (r.src.startsWith('/')) {
+            add(false, file, section, kSrcPath,
+                "is absolute: the source is taken from the panel, not from the stick",
+                QString(kSrcPath) + "=./" + QFileInfo(r.src).fileName());
+            usable = false;
+        } else if (r.mode == 0 ? !QFileInfo(source).isFile() : !QFileInfo(source).isDir()) {
+            QStringList candidates;
+            QDirIterator it(m_dir + "/" + folder, QDir::Files | QDir::Hidden,
+                            QDirIterator::Subdirectories);
+            while (it.hasNext())
+                candidates << "./" + QDir(m_dir + "/" + folder).relativeFilePath(it.next());
+            const QString near = ManifestLint::nearest(r.src, candidates);
+            add(true, file, section, kSrcPath,
+                QString("%1 is not a %2 of the package (looked for %3): the copy fails")
+                    .arg(r.src, r.mode == 0 ? "file" : "folder",
+                         QDir(m_dir).relativeFilePath(source)),
+                near.isEmpty() ? QString("the path of the %1 relative to %2/")
+                                     .arg(r.mode == 0 ? "file" : "folder", folder)
+                               : QString(kSrcPath) + "=" + near + " (did you mean " + near + "?)");
+            usable = false;
+        }
+        if (r.dest.isEmpty()) {
+            add(true, file, section, kDestPath,
+                "is missing or empty: the program stages the file as \".tmp\" on the stick, "
+                "it never reaches the panel, and the run still reports success",
+                QString(kDestPath) + "=/absolute/path/on/the/panel");
+            continue;
+        }
+        if (!r.dest.startsWith('/')) {
+            add(true, file, section, kDestPath,
+                r.dest + " is relative: the program writes it inside the package folder on the "
+                         "stick, not on the panel",
+                QString(kDestPath) + "=/" + r.dest);
+            continue;
+        }
+        if (r.mode == 0 && r.dest.endsWith('/')) {
+            add(true, file, section, kDestPath,
+                "ends with \"/\": a file copy needs the file's own name and fails",
+                QString(kDestPath) + "=" + r.dest + QFileInfo(r.src).fileName());
+            continue;
+        }
+        if (written.contains(r.dest)) {
+            add(true, file, section, kDestPath,
+                QString("%1 is also written by [%2%3]: both are staged as %1.tmp, so the later "
+                        "one replaces the earlier and the panel reports a failed rename")
+                    .arg(r.dest, kCopy)
+                    .arg(written.value(r.dest)),
+                "one record per destination");
+            continue;
+        }
+        written.insert(r.dest, r.number);
+        if (r.mode == 0 && usable && r.crc != "AUTO") {
+            static const QRegularExpression hex("^[0-9A-F]{1,8}$");
+            const QString actual = crcOf(source).toUpper();
+            if (r.crc.isEmpty())
+                add(false, file, section, kCrc32, "is empty: the file is copied without any check",
+                    QString(kCrc32) + "=auto");
+            else if (!hex.match(r.crc).hasMatch() || r.crc.startsWith('0') || r.crc != actual)
+                add(true, file, section, kCrc32,
+                    "does not match the file" +
+                        QString(r.crc.startsWith('0') ? " (the program never matches a leading "
+                                                        "zero)"
+                                                      : "") +
+                        ": the panel refuses the copy",
+                    QString(kCrc32) + "=auto", r.crc, actual);
+            const QString actualSize = QString::number(QFileInfo(source).size());
+            if (!r.sizeText.isEmpty() && r.sizeText != "auto" && r.sizeText != actualSize)
+                add(false, file, section, kSize,
+                    "does not match the file; the program does not check it, but the record is "
+                    "out of date",
+                    QString(kSize) + "=auto", r.sizeText, actualSize);
+        }
+        step("copy " + modeText(r.mode), r.dest, QDir(m_dir).relativeFilePath(source),
+             r.mode == 0 && !r.crc.isEmpty() ? "CRC-32 " + r.crc : QString());
+        if (!usable)
+            continue;
+        const QString by = file + " [" + section + "]";
+        if (r.mode == 0) {
+            m_panel.install(r.dest, source, by);
+            continue;
+        }
+        QDirIterator it(source, QDir::Files | QDir::Hidden,
+                        r.mode == 2 ? QDirIterator::Subdirectories : QDirIterator::NoIteratorFlags);
+        while (it.hasNext()) {
+            const QString from = it.next();
+            m_panel.install(r.dest + "/" + QDir(source).relativeFilePath(from), from, by);
+        }
+    }
+}
+
+void PackageVerifier::walkDeletes(const QString& file, QSettings& manifest)
+{
+    QVector<DeleteRecord> records;
+    const int count = manifest.value(QString(kDelete) + "/" + kDeleteCount).toInt();
+    for (int n = 1; n <= count && n <= kel::kMaxManifestCount; ++n) {
+        const QString group = kDelete + QString::number(n) + "/";
+        records.append({n, manifest.value(group + kSrcPath).toString(),
+                        manifest.value(group + kMode).toString().toInt(nullptr, 10),
+                        manifest.value(group + kPriority).toString().toInt(nullptr, 10)});
+    }
+    std::stable_sort(
+        records.begin(), records.end(),
+        [](const DeleteRecord& a, const DeleteRecord& b) { return a.priority < b.priority; });
+    for (const DeleteRecord& r : records) {
+        const QString section = kDelete + QString::number(r.number);
+        if (r.mode < 0 || r.mode > 2) {
+            add(true, file, section, kMode,
+                QString("%1 is no mode: the program skips the record without a word").arg(r.mode),
+                "MODE=0 (a file), 1 (the files of a folder) or 2 (a folder tree)");
+            continue;
+        }
+        if (!r.path.startsWith('/')) {
+            add(true, file, section, kSrcPath,
+                (r.path.isEmpty() ? QString("is missing or empty")
+                                  : r.path + " is relative: the program deletes it inside the "
+                                             "package folder on the stick"),
+                QString(kSrcPath) + "=/absolute/path/on/the/panel");
+            continue;
+        }
+        step("delete " + modeText(r.mode), r.path);
+        const PanelModel::State state =
+            r.mode == 0 ? m_panel.file(r.path).state : m_panel.dirState(r.path);
+        const QString by = file + " [" + section + "]";
+        if (state == PanelModel::Absent)
+            add(true, file, section, kSrcPath,
+                r.path + " is already gone when the delete runs (" + m_panel.file(r.path).by +
+                    " removed it): under -s the check of the delete set fails the run, "
+                    "without -s the panel shows a red line",
+                "remove the record");
+        else if (state == PanelModel::Unknown)
+            add(false, file, section, kSrcPath,
+                r.path + " is not a file the package creates: whether it exists depends on the "
+                         "panel. On a panel without it, a second run of this stick included, "
+                         "the run fails under -s and shows a red line without -s",
+                "keep the record only if every panel still has the file");
+        if (r.mode == 0)
+            m_panel.remove(r.path, by);
+        else if (r.mode == 1)
+            m_panel.clearFiles(r.path, nullptr, by);
+        else
+            m_panel.removeTree(r.path, by);
+    }
+}
+
+void PackageVerifier::walkGrants(const QString& file, QSettings& manifest)
+{
+    QMultiMap<QString, int> paths; // in path order, as the program grants them
+    const int count = manifest.value(QString(kExe) + "/" + kExeCount).toInt();
+    for (int n = 1; n <= count && n <= kel::kMaxManifestCount; ++n)
+        paths.insert(manifest.value(kExe + QString::number(n) + "/" + kSrcPath).toString(), n);
+    for (auto it = paths.constBegin(); it != paths.constEnd(); ++it) {
+        const QString section = kExe + QString::number(it.value());
+        const QString& path = it.key();
+        if (!path.startsWith('/') || !shellSafe(path)) {
+            add(true, file, section, kSrcPath,
+                path.isEmpty()
+                    ? QString("is missing or empty")
+                    : path + (path.startsWith('/') ? " reaches the shell unquoted and is split or "
+                                                     "expanded there"
+                                                   : " is relative: it names a file on the stick"),
+                QString(kSrcPath) + "=/absolute/path/without/blanks");
+            continue;
+        }
+        step("make executable", path);
+        const PanelModel::File target = m_panel.file(path);
+        if (target.state == PanelModel::Absent)
+            add(true, file, section, kSrcPath,
+                path + " is gone when the right is granted (" + target.by +
+                    " removed it): the run fails",
+                "grant only files the package installs");
+        else if (target.state == PanelModel::Unknown)
+            add(false, file, section, kSrcPath,
+                path + " is not installed by the package: the run fails on a panel without it",
+                "copy the file in the same package, or keep the record only if every panel has "
+                "it");
+        m_granted.insert(PanelModel::clean(path));
+    }
+}
+
+void PackageVerifier::walkRuntime()
+{
+    m_phase = "runtime application (vorn_app/)";
+    const QString file = QString(kRuntimeFolder) + "/" + kRootManifest;
+    const QString back = QDir::currentPath();
+    if (!QDir::setCurrent(m_dir + "/" + kRuntimeFolder)) {
+        add(true, kRootManifest, kUpdate, kUpVornApp,
+            "is true, but the package has no vorn_app/ folder: the item fails",
+            "add vorn_app/ or set UPVORN_APP=false");
+        return;
+    }
+    downLoadVorn_app runtime;
+    MessageCollector messages;
+    collect(&runtime, &messages);
+    if (!runtime.checkFile(downLoadVorn_app::CHECK_PACKAGE))
+        add(true, file, kPrepare, kVersion,
+            "the check of the package on the stick fails: " + messages.lines.join("; "),
+            "build the stick with kelpack build and leave its vorn_app/ as it is");
+    messages.lines.clear();
+    if (!runtime.parseIniFile()) {
+        add(true, file, kUpdateInfo, kFileNum,
+            "the program cannot use the manifest: " + messages.lines.join("; "),
+            QString(kFileNum) + "=the number of [FILEn] sections");
+        QDir::setCurrent(back);
+        return;
+    }
+    const QString vornDir = QString(kel::kVornAppDir) + "/";
+    QVector<downLoadVorn_app::FILE_INFO> records = runtime.fileInfos();
+    QVector<bool> usable(records.size(), true);
+    // Clearing: every record's old files go before anything is copied.
+    for (int i = 0; i < records.size(); ++i) {
+        const downLoadVorn_app::FILE_INFO& r = records[i];
+        const QString section = kRuntimeFile + QString::number(i + 1);
+        if (!r.des_path.startsWith('/') || !r.des_path.endsWith('/')) {
+            add(true, file, section, kDesPath,
+                "\"" + r.des_path +
+                    "\" must be an absolute folder ending with \"/\": the "
+                    "program joins it to the file names as it is",
+                QString(kDesPath) + "=" + vornDir);
+            usable[i] = false;
+        }
+        if (!r.src_path.endsWith('/')) {
+            add(true, file, section, kSrcPathRuntime,
+                "\"" + r.src_path +
+                    "\" must end with \"/\": the program joins it to the file "
+                    "names as it is (\"" +
+                    r.src_path + r.file_name + "\")",
+                QString(kSrcPathRuntime) + "=" + r.src_path + "/");
+            usable[i] = false;
+        }
+        if (r.file_name.isEmpty()) {
+            add(true, file, section, kFileName, "is missing or empty: the record names no file",
+                QString(kFileName) + "=* (every file of src_path) or one file name");
+            usable[i] = false;
+        }
+        if (!usable[i])
+            continue;
+        const QString by = file + " [" + section + "]";
+        if (r.file_name == "*") {
+            step("remove old files", r.des_path, QString(),
+                 "every file directly in it but the "
+                 "start-up images");
+            m_panel.clearFiles(r.des_path, &downLoadVorn_app::keptWhenClearing, by);
+        } else {
+            step("remove old file", r.des_path + r.file_name);
+            m_panel.remove(r.des_path + r.file_name, by);
+        }
+        m_panel.makeDir(r.des_path);
+    }
+    // Copies: the first pass leaves the files the delayed patterns select for the second.
+    for (int pass = 0; pass < 2; ++pass) {
+        for (int i = 0; i < records.size(); ++i) {
+            downLoadVorn_app::FILE_INFO* r = &records[i];
+            const QString section = kRuntimeFile + QString::number(i + 1);
+            const QString by = file + " [" + section + "]";
+            if (!usable[i])
+                continue;
+            if (r->file_name != "*") {
+                if (pass == 1)
+                    continue;
+                const QString source = stickPath(kRuntimeFolder, r->src_path + r->file_name);
+                if (!r->delaycopy_file.isEmpty())
+                    add(true, file, section, kDelayCopy,
+                        "works only on a file_name=* record: the program fails the "
+                        "installation after copying (\"delayed copy ... missing\")",
+                        "remove delaycopy_file here, or copy the folder with file_name=*");
+                if (!QFileInfo(source).isFile()) {
+                    add(true, file, section, kFileName,
+                        r->src_path + r->file_name +
+                            " is not a file of vorn_app/: the copy fails after the old "
+                            "runtime was removed",
+                        "the name of a file in vorn_app/" + r->src_path.mid(2));
+                    continue;
+                }
+                const QString folder = (r->des_path + r->file_name).section('/', 0, -2);
+                if (r->file_name.contains('/') && m_panel.dirState(folder) != PanelModel::Present)
+                    add(true, file, section, kFileName,
+                        "names a file in a folder: the program creates only des_path, so "
+                        "writing " +
+                            r->des_path + r->file_name + " fails",
+                        QString(kFileName) + "=" + QFileInfo(r->file_name).fileName() + " and " +
+                            kDesPath + "=" + folder + "/");
+                step("copy", r->des_path + r->file_name, QDir(m_dir).relativeFilePath(source));
+                m_panel.install(r->des_path + r->file_name, source, by);
+                continue;
+            }
+            const QString sourceDir = stickPath(kRuntimeFolder, r->src_path);
+            if (!QFileInfo(sourceDir).isDir()) {
+                if (pass == 0)
+                    add(true, file, section, kSrcPathRuntime,
+                        r->src_path + " is not a folder of vorn_app/: the copy fails after the "
+                                      "old runtime was removed",
+                        QString(kSrcPathRuntime) + "=./");
+                continue;
+            }
+            const QStringList names =
+                QDir(sourceDir).entryList(QDir::Files | QDir::Hidden, QDir::Name);
+            for (const QString& name : names) {
+                const bool late = runtime.judgeFilenameRegExp(name, r);
+                if (late != (pass == 1))
+                    continue;
+                step(pass == 1 ? "copy last" : "copy", r->des_path + name,
+                     QDir(m_dir).relativeFilePath(sourceDir + "/" + name));
+                m_panel.install(r->des_path + name, sourceDir + "/" + name, by);
+            }
+            if (pass == 0)
+                continue;
+            for (const QString& pattern : r->delaycopy_file) {
+                const bool matched = pattern.endsWith('+') ? r->delaycopy_hit.contains(pattern)
+                                                           : names.contains(pattern);
+                if (!matched)
+                    add(true, file, section, kDelayCopy,
+                        "the pattern \"" + pattern + "\" selects no file of " + r->src_path +
+                            ": the program fails the installation after copying everything",
+                        "a file name of that folder, or a prefix followed by \"+\"");
+            }
+        }
+    }
+    checkInstalledRuntime(runtime.versionFile());
+    // Versioned libraries get their short names; then the listed files are made executable.
+    for (const QString& path : m_panel.presentIn(vornDir)) {
+        const QString name = QFileInfo(path).fileName();
+        const QString shortName = name.section('.', 0, 2);
+        if (name.contains(".so.") && shortName != name) {
+            step("rename", vornDir + name, QString(), "to " + shortName);
+            m_panel.rename(path, vornDir + shortName, file + " (short library names)");
+        }
+    }
+    QSet<QString> granted;
+    for (int m = 0; m < runtime.exeFiles().size(); ++m) {
+        const QString name = runtime.exeFiles()[m];
+        const QString section = kRuntimeExe + QString::number(m + 1);
+        const QString path = name.startsWith('/') ? name : vornDir + name;
+        step("make executable", path);
+        const PanelModel::File target = m_panel.file(path);
+        if (!shellSafe(name))
+            add(true, file, section, kFileName,
+                "\"" + name + "\" reaches the shell unquoted and is split or expanded there",
+                "a file name without blanks or shell characters");
+        else if (target.state == PanelModel::Absent || name.isEmpty())
+            add(true, file, section, kFileName,
+                path + " is not there when the right is granted" +
+                    (target.by.isEmpty() ? QString() : " (" + target.by + " removed it)") +
+                    ": chmod fails unseen and the program reports success",
+                "the name of a file the records install in " + vornDir);
+        else if (target.state == PanelModel::Unknown)
+            add(false, file, section, kFileName,
+                path + " is not installed by the package: it is made executable only if the "
+                       "panel has it",
+                "the name of a file the records install in " + vornDir);
+        granted.insert(PanelModel::clean(path));
+        m_granted.insert(PanelModel::clean(path));
+    }
+    for (const QString& path : m_panel.presentIn(vornDir)) {
+        const PanelModel::File installed = m_panel.file(path);
+        if (!installed.by.startsWith(file) || granted.contains(path) ||
+            !isExecutable(installed.source, QFileInfo(path).fileName()))
+            continue;
+        const bool program = path == kel::kVornAppProgram;
+        add(program, file, kAccessRight, kFileNum,
+            path +
+                " is a program, but copies are never executable and [ACCESSRIGHT] does not "
+                "list it" +
+                (program ? QString(": the panel cannot start its runtime") : QString()),
+            QString("[%1%2] %3=%4 and %5=%2")
+                .arg(kRuntimeExe)
+                .arg(runtime.exeFiles().size() + 1)
+                .arg(kFileName, QFileInfo(path).fileName(), kFileNum));
+    }
+    QDir::setCurrent(back);
+}
+
+void PackageVerifier::checkInstalledRuntime(const QString& versionFile)
+{
+    const QString file = QString(kRuntimeFolder) + "/" + kRootManifest;
+    const QString vornDir = QString(kel::kVornAppDir) + "/";
+    const QString package = m_dir + "/" + kRuntimeFolder + "/";
+    step("check the installed copy", kel::kVornAppDir, QString(), "md5sum -c " + versionFile);
+    const auto installedAs = [&](const QString& relative) {
+        const PanelModel::File installed = m_panel.file(vornDir + relative);
+        return installed.state == PanelModel::Present &&
+               sameContent(installed.source, package + relative);
+    };
+    if (!installedAs(kRootManifest))
+        add(true, file, kUpdateInfo, kFileNum,
+            "the check of the installed copy reads " + vornDir + kRootManifest +
+                ", but the records do not install this manifest there: the check fails after "
+                "the records' old files were removed",
+            QString("a record %1=* %2=./ %3=%4")
+                .arg(kFileName, kSrcPathRuntime, kDesPath, vornDir));
+    if (!installedAs(versionFile))
+        add(true, file, kPrepare, kVersion,
+            "the check of the installed copy runs " + vornDir + versionFile +
+                ", but the records do not install that list there: the check fails after the "
+                "records' old files were removed",
+            QString("a record %1=* %2=./ %3=%4")
+                .arg(kFileName, kSrcPathRuntime, kDesPath, vornDir));
+    QFile list(package + versionFile);
+    if (!list.open(QIODevice::ReadOnly))
+        return;
+    QSet<QString> reported;
+    std::unique_ptr<QSettings> manifest(openScrambled(file));
+    for (const QByteArray& line : list.readAll().split('\n')) {
+        const QString listed = QString::fromUtf8(line.mid(34)).trimmed();
+        if (listed.isEmpty() || installedAs(listed))
+            continue;
+        // The record that copies this file, to name where it really goes.
+        const int count =
+            manifest ? manifest->value(QString(kUpdateInfo) + "/" + kFileNum).toInt() : 0;
+        QString section = QString(kPrepare), key = QString(kVersion), lands;
+        for (int n = 1; n <= count; ++n) {
+            const QString group = kRuntimeFile + QString::number(n) + "/";
+            QString src = manifest->value(group + kSrcPathRuntime).toString();
+            const QString name = manifest->value(group + kFileName).toString();
+            if (src.startsWith("./"))
+                src = src.mid(2);
+            const QString listedDir = listed.section('/', 0, -2);
+            const QString srcDir = src.endsWith('/') ? src.chopped(1) : src;
+            if ((name == "*" && srcDir == listedDir) || src + name == listed) {
+                section = kRuntimeFile + QString::number(n);
+                key = kDesPath;
+                lands = manifest->value(group + kDesPath).toString() +
+                        (name == "*" ? listed.section('/', -1) : name);
+                break;
+            }
+        }
+        if (reported.contains(section))
+            continue;
+        reported.insert(section);
+        add(true, file, section, key,
+            "the check of the installed copy looks for " + vornDir + listed + " (" + versionFile +
+                " lists " + listed + ")" +
+                (lands.isEmpty() ? QString(", which nothing installs")
+                                 : ", but this record puts the file at " + lands) +
+                ": the check fails after the records' old files were removed",
+            QString(kDesPath) + "=" + vornDir +
+                (listed.contains('/') ? listed.section('/', 0, -2) + "/" : QString()) +
+                ", the folder under " + kel::kVornAppDir + " that mirrors src_path");
+    }
+}
+
+void PackageVerifier::walkProject()
+{
+    m_phase = "HMI project (project/)";
+    const QString file = QString(kProjectFolderName) + "/project.ini";
+    const QString folder = m_dir + "/" + kProjectFolderName;
+    const QString projectDir = QString(kel::kVornAppDir) + "/" + kProjectFolderName;
+    if (!QFileInfo(folder + "/project.ini").isFile()) {
+        add(true, kRootManifest, kUpdate, kUpProject,
+            "is true, but the package has no project/project.ini: the item fails",
+            "add the project or set UPPROJECT=false");
+        return;
+    }
+    QSettings manifest(folder + "/project.ini", QSettings::IniFormat);
+    manifest.setIniCodec("UTF-8");
+    QStringList cleared;
+    const char* const kinds[] = {"recipes", "history", "alarms", "initial values"};
+    for (int k = 0; k < 4; ++k) {
+        if (manifest.value(QString(kDownload) + "/" + kDownloadKeys[k]).toInt() != 0)
+            cleared << kinds[k];
+    }
+    if (!cleared.isEmpty())
+        step("clear saved data", cleared.join(", "));
+    step("replace folder", projectDir, QString(), "the old project is removed first");
+    m_panel.removeTree(projectDir, file);
+    m_panel.makeDir(projectDir);
+    static const QRegularExpression reference("\\$([A-Za-z_][A-Za-z0-9_]*)");
+    QMap<QString, int> written;
+    const int count = manifest.value(QString(kGlobal) + "/" + kFileCount).toInt();
+    for (int n = 1; n <= count && n <= kel::kMaxManifestCount; ++n) {
+        const QString section = kProjectFile + QString::number(n);
+        const QString group = section + "/";
+        const QString name = manifest.value(group + kName).toString();
+        const QString crc = manifest.value(group + kCrc).toString();
+        const QString size = manifest.value(group + kSize).toString();
+        QString desPath = manifest.value(group + kDesPathProject).toString();
+        const QString source = QDir::cleanPath(folder + "/" + name);
+        if (name.isEmpty() || !QFileInfo(source).isFile()) {
+            add(true, file, section, kName,
+                name.isEmpty() ? QString("is missing or empty")
+                               : name + " is not a file of project/: the check fails",
+                QString(kName) + "=the name of a file in project/");
+            continue;
+        }
+        bool unknownVariable = false;
+        QRegularExpressionMatchIterator references = reference.globalMatch(desPath);
+        while (references.hasNext()) {
+            const QRegularExpressionMatch match = references.next();
+            if (match.captured(1) == kel::kVornWorkDirVariable)
+                continue;
+            unknownVariable = true;
+            add(true, file, section, kDesPathProject,
+                "$" + match.captured(1) +
+                    " is no variable the updater sets: the program leaves "
+                    "it as written, so the path is relative and the file "
+                    "is written onto the stick",
+                QString(kDesPathProject) + "=" +
+                    QString(desPath).replace(match.captured(),
+                                             QString("$") + kel::kVornWorkDirVariable) +
+                    " (did you mean $" + kel::kVornWorkDirVariable + "?)");
+        }
+        if (unknownVariable)
+            continue;
+        desPath.replace(QString("$") + kel::kVornWorkDirVariable, kel::kVornAppDir);
+        if (!desPath.startsWith('/')) {
+            add(true, file, section, kDesPathProject,
+                "\"" + desPath + "\" is relative: the file is written onto the stick",
+                QString(kDesPathProject) + "=$" + kel::kVornWorkDirVariable + "/project");
+            continue;
+        }
+        if (crc != "auto") {
+            const QString actual = crcOf(source);
+            if (crc != actual)
+                add(true, file, section, kCrc,
+                    "does not match the file (the project wants lower case without leading "
+                    "zeros): the panel refuses the project",
+                    QString(kCrc) + "=auto", crc, actual);
+            const QString actualSize = QString::number(QFileInfo(source).size());
+            if (size != actualSize)
+                add(true, file, section, kSize,
+                    "does not match the file: the panel refuses the project",
+                    QString(kSize) + "=auto", size, actualSize);
+        }
+        const QString dest = QDir::cleanPath(desPath + "/" + name);
+        m_panel.makeDir(desPath);
+        const QString destDir = dest.section('/', 0, -2);
+        if (name.contains('/') && m_panel.dirState(destDir) != PanelModel::Present)
+            add(true, file, section, kName,
+                "names a file in a folder: the program creates only DESPATH, so " + destDir +
+                    " does not exist and the copy fails after the old project and the saved "
+                    "data were removed",
+                QString("%1=%2 and %3=%4")
+                    .arg(kName, QFileInfo(name).fileName(), kDesPathProject,
+                         manifest.value(group + kDesPathProject).toString() + "/" +
+                             name.section('/', 0, -2)));
+        if (written.contains(dest))
+            add(true, file, section, kName,
+                QString("%1 is also written by [%2%3]: the later copy replaces the earlier and "
+                        "the check of the installed project fails")
+                    .arg(dest, kProjectFile)
+                    .arg(written.value(dest)),
+                "one record per destination");
+        written.insert(dest, n);
+        step("copy", dest, QDir(m_dir).relativeFilePath(source));
+        m_panel.install(dest, source, file + " [" + section + "]");
+    }
+    step("check the installed copy", projectDir, QString(), "sizes and CRC-32");
+    const QString back = QDir::currentPath();
+    QDir::setCurrent(folder);
+    downLoadPro project(QString(kel::kVornAppDir) + "/");
+    MessageCollector messages;
+    collect(&project, &messages);
+    if (!project.init() && !hasErrorIn(file))
+        add(true, file, QString(), QString(),
+            "the updater's own check of the project fails: " + messages.lines.join("; "),
+            "correct the record the message names");
+    QDir::setCurrent(back);
+}
+
+void PackageVerifier::walkServices(GenerateConfigInfo& root)
+{
+    m_phase = "boot services";
+    const VariantTable restart = root.getReStartInfo();
+    for (const char* key : {kAutoStart, kAutoStop}) {
+        const bool start = QString(key) == kAutoStart;
+        for (const QString& name : entries(restart, key)) {
+            QString bare = name;
+            if (bare.startsWith(kel::kServiceUnitPrefix))
+                bare = bare.mid(int(strlen(kel::kServiceUnitPrefix)));
+            if (bare.endsWith(kel::kServiceUnitSuffix))
+                bare.chop(int(strlen(kel::kServiceUnitSuffix)));
+            if (!shellSafe(name) || bare != name) {
+                add(true, kRootManifest, kRestart, key,
+                    "\"" + name + "\" names the unit " + unitFile(name) +
+                        (bare != name ? QString(": the program adds \"usr_\" and \".service\" "
+                                                "itself")
+                                      : QString(", and the shell splits or expands it")),
+                    QString(key) + "=" + bare);
+                continue;
+            }
+            const QString unit = unitFile(name);
+            step(start ? "enable boot service" : "remove boot service (unit and link)", unit);
+            const PanelModel::File state = m_panel.file(unit);
+            if (state.state == PanelModel::Absent)
+                add(true, kRootManifest, kRestart, key,
+                    unit + " is gone by then (" + state.by + " removed it): the run fails",
+                    "remove " + name + " from " + key);
+            else if (state.state == PanelModel::Unknown)
+                add(false, kRootManifest, kRestart, key,
+                    start ? unit + " is a unit no copy ships: the run fails at its last step on "
+                                   "a panel without it"
+                          : unit + " is not shipped by the package: the run fails on a panel "
+                                   "without it, a second run of this stick included",
+                    start ? QString("a copy of the unit with %1=%2").arg(kDestPath, unit)
+                          : QString("keep it only if every panel has the unit"));
+            if (!start)
+                m_panel.remove(unit, kRootManifest + QString(" [RESTART] AUTOSTOP"));
+        }
+    }
+}
+
+void PackageVerifier::walkCommand(GenerateConfigInfo& root)
+{
+    m_phase = "end of the update";
+    step("run ldconfig", kel::kVornAppDir);
+    const QStringList commands = entries(root.getReStartInfo(), kCommand);
+    const QString command = commands.isEmpty() ? QString() : commands.first();
+    if (!command.isEmpty()) {
+        step("run", command);
+        QProcess shell;
+        shell.start("sh", {"-n", "-c", command});
+        shell.waitForFinished();
+        if (shell.exitCode() != 0)
+            add(true, kRootManifest, kRestart, kCommand,
+                "the shell cannot parse it (" +
+                    QString::fromLocal8Bit(shell.readAllStandardError()).simplified() +
+                    "), and the program still reports the command as run",
+                "a command line that \"sh -n -c\" accepts");
+        bool direct = false;
+        for (const QString& path : commandFiles(command, &direct))
+            checkCommandFile(path, direct);
+    }
+    const VariantTable restart = root.getReStartInfo();
+    const QStringList reboot = entries(restart, kReboot);
+    const QStringList beeps = entries(restart, kBeepNum);
+    if (!reboot.isEmpty() && reboot.first().toInt() == 1)
+        step("restart at once", QString(), QString(), "interactive runs");
+    else
+        step(
+            "beep and restart after 10 s", QString(), QString(),
+            QString("%1 beeps, interactive runs").arg(beeps.isEmpty() ? 0 : beeps.first().toInt()));
+}
+
+void PackageVerifier::checkCommandFile(const QString& path, bool direct)
+{
+    QString source;
+    if (path.startsWith('/')) {
+        const PanelModel::File target = m_panel.file(path);
+        if (target.state == PanelModel::Absent) {
+            add(true, kRootManifest, kRestart, kCommand,
+                path + " is gone when the command runs (" + target.by +
+                    " removed it): the command fails and the program reports it as run",
+                "a command that names a file the package installs");
+            return;
+        }
+        if (target.state == PanelModel::Unknown) {
+            add(false, kRootManifest, kRestart, kCommand,
+                path + " is not installed by the package: on a panel without it the command "
+                       "fails and the program still reports it as run",
+                "copy " + path + " in the same package");
+            return;
+        }
+        source = target.source;
+        if (direct && !m_granted.contains(PanelModel::clean(path)))
+            add(true, kRootManifest, kRestart, kCommand,
+                path + " is run directly, but copies are never executable and no EXEFILE "
+                       "grants it: \"Permission denied\", and the program reports the command "
+                       "as run",
+                "COMMAND=\"sh " + path + "\", or an [EXEFILEn] with SRCPATH=" + path);
+    } else {
+        source = m_dir + "/" + path;
+        if (!QFileInfo(source).isFile()) {
+            add(true, kRootManifest, kRestart, kCommand,
+                path + " is not a file of the package folder, where the command runs: the "
+                       "command fails and the program reports it as run",
+                "the path of a file of the package");
+            return;
+        }
+    }
+    QFile script(source);
+    if (!script.open(QIODevice::ReadOnly))
+        return;
+    const QByteArray bytes = script.readAll();
+    if (bytes.startsWith("\x7f"
+                         "ELF"))
+        return;
+    const int cr = bytes.indexOf("\r\n");
+    if (cr >= 0) {
+        add(true, kRootManifest, kRestart, kCommand,
+            QString("%1 (from %2) has CR LF line ends (line %3): the shell takes the carriage "
+                    "return as part of each command, which fails (\"not found\"), and the "
+                    "program reports the command as run")
+                .arg(path, QDir(m_tree.isEmpty() ? m_dir : m_tree)
+                               .relativeFilePath(QDir(m_dir).relativeFilePath(source)))
+                .arg(bytes.left(cr).count('\n') + 1),
+            "save " + QFileInfo(source).fileName() + " with LF line ends (dos2unix)");
+        return;
+    }
+    QProcess shell;
+    shell.start("sh", {"-n", source});
+    shell.waitForFinished();
+    if (shell.exitCode() != 0)
+        add(true, kRootManifest, kRestart, kCommand,
+            path + ": the shell cannot parse the script (" +
+                QString::fromLocal8Bit(shell.readAllStandardError()).simplified() + ")",
+            "a script that \"sh -n\" accepts");
+}
+
+void PackageVerifier::checkItemFolders(GenerateConfigInfo& root)
+{
+    const BoolTable items = root.getUpdateInfo();
+    const struct
+    {
+        const char* key;
+        const char* folder;
+    } folders[] = {{kUpSystem, "system"},
+                   {kUpVornApp, kRuntimeFolder},
+                   {kUpProject, kProjectFolderName},
+                   {kUpKelInfo, "kelinfo"}};
+    for (const auto& item : folders) {
+        if (!firstBool(items, item.key) && QFileInfo(m_dir + "/" + item.folder).isDir())
+            add(false, kRootManifest, kUpdate, QString(),
+                QString("the package has %1/, but [UPDATE] has no %2: the folder is not applied")
+                    .arg(item.folder, item.key),
+                QString("%1=true to apply it, %1=false to leave it out on purpose").arg(item.key));
+    }
 }

@@ -1,48 +1,85 @@
 #pragma once
 
-#include <QString>
-#include <QStringList>
-#include <QVector>
+#include "manifest_text.h"
+#include "panel_model.h"
+#include "verify_report.h"
 
+#include <QMap>
+#include <QSet>
+#include <QString>
+
+class GenerateConfigInfo;
 class QSettings;
 
-// Runs on a PC every check the updater makes before it changes anything, with the updater's own
-// classes, and reports what would fail or surprise on the panel. One finding per problem.
+// Walks a built package in the order the updater applies it and predicts, on a model of the
+// panel's files, what every step finds: the checks the updater makes before it starts, the
+// runtime and project items' own steps up to the check of the installed copy, and what the
+// package-wide sets, boot services and command meet. Reports what would fail or surprise as
+// findings (errors: certain on every panel; warnings: up to the panel's state) and records every
+// step as a plan. Given the package tree the stick was built from, findings name the tree's
+// lines.
 class PackageVerifier
 {
 public:
-    struct Finding
-    {
-        bool error; // false: a warning
-        QString file;
-        QString key;
-        QString message;
-    };
-
-    explicit PackageVerifier(const QString& packageDir);
+    // packageDir: the package folder of a stick (scrambled manifests, md5 list). treeDir: the
+    // tree it was built from, or empty for a stick alone.
+    PackageVerifier(const QString& packageDir, const QString& treeDir = QString());
     // The panels' public keys, to check the stick manifest's signature with.
     void setTrustedKeys(const QString& keysDir) { m_keysDir = keysDir; }
+    // A tree checked before it is built has no signature yet: leave the stick manifest out.
+    void setSignatureAudited(bool audited) { m_signatureAudited = audited; }
     void verify();
-    const QVector<Finding>& findings() const { return m_findings; }
-    bool hasErrors() const;
-    QString text() const;
-    QString json() const;
+    const VerifyReport& report() const { return m_report; }
 
 private:
-    void add(bool error, const QString& file, const QString& key, const QString& message);
-    // A scrambled or plain manifest as plain settings in a scratch file; null when unreadable.
-    QSettings* openScrambled(const QString& path);
-    void checkRawText(const QString& file, const QString& plainPath);
-    void checkCounts(const QString& file, QSettings& settings, const char* section,
-                     const char* countKey);
-    void checkOperationManifest(const QString& folder, const QString& file, bool packageWide);
-    void checkRuntime();
-    void checkProject();
-    bool itemRequested(QSettings& settings, const char* key) const;
+    struct CopyRecord
+    {
+        int number;
+        QString src, dest, crc, sizeText;
+        int mode, priority;
+    };
+    struct DeleteRecord
+    {
+        int number;
+        QString path;
+        int mode, priority;
+    };
+
+    void add(bool error, const QString& file, const QString& section, const QString& key,
+             const QString& problem, const QString& fix = QString(),
+             const QString& expected = QString(), const QString& actual = QString());
+    void step(const QString& action, const QString& target, const QString& source = QString(),
+              const QString& detail = QString());
+    // The plain text of a manifest: the tree's, or the stick's unscrambled; null when absent.
+    const ManifestText* text(const QString& file);
+    // Opens a package manifest as the program reads it; null when it is not a scrambled one.
+    QSettings* openScrambled(const QString& file);
+    bool hasErrorIn(const QString& file) const;
+    QString stickPath(const QString& folder, const QString& relative) const;
+
+    void lintAll();
+    void walkPrepare(GenerateConfigInfo& root);
+    void walkOperations(const QString& folder, const QString& file);
+    void walkCopies(const QString& folder, const QString& file, QSettings& manifest);
+    void walkDeletes(const QString& file, QSettings& manifest);
+    void walkGrants(const QString& file, QSettings& manifest);
+    void walkRuntime();
+    void checkInstalledRuntime(const QString& versionFile);
+    void walkProject();
+    void walkServices(GenerateConfigInfo& root);
+    void walkCommand(GenerateConfigInfo& root);
+    void checkCommandFile(const QString& path, bool runDirectly);
+    void checkItemFolders(GenerateConfigInfo& root);
 
     QString m_dir;
+    QString m_tree;
     QString m_keysDir;
+    bool m_signatureAudited = true;
     QString m_scratch;
     int m_opened = 0;
-    QVector<Finding> m_findings;
+    QString m_phase;
+    PanelModel m_panel;
+    QSet<QString> m_granted; // panel paths made executable so far
+    QMap<QString, ManifestText> m_texts;
+    VerifyReport m_report;
 };

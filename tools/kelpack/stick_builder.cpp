@@ -1,6 +1,7 @@
 #include "stick_builder.h"
 
 #include "package_signer.h"
+#include "package_verifier.h"
 #include "package_writer.h"
 #include "stick_output.h"
 #include "tree_copier.h"
@@ -15,7 +16,9 @@
 
 namespace {
 
-const char kRecipe[] = "kelpack.ini";
+const char* const kRecipe = recipe::kFile;
+// Language files that ship with the tool, for [language] file= names the tree does not hold.
+const char kShippedLanguages[] = ":/kelpack/languages/";
 
 QSettings* openPlain(const QString& path)
 {
@@ -46,14 +49,66 @@ bool StickBuilder::build()
     StickOutput output(m_out, m_force);
     if (!output.check(m_tree) || !output.prepare())
         return fail(output.error());
-    // A half-built stick must never be copied to a panel: it stays in the staging folder.
+    // A half-built stick, or one the panel would fail on, must never reach the output folder.
     QStringList entries;
-    if (buildStick(output.stagingDir(), &entries) && output.commit(entries))
+    if (buildStick(output.stagingDir(), &entries) &&
+        verifyStaged(output.stagingDir() + "/" + entries.value(0)) && output.commit(entries))
         return true;
     if (m_error.isEmpty())
         m_error = output.error();
     output.discard();
     return false;
+}
+
+bool StickBuilder::stage(const QString& stick, QString* packageDir)
+{
+    if (!QFileInfo(m_tree).isDir())
+        return fail(m_tree + ": the package tree does not exist or is not a folder");
+    m_checkOnly = true;
+    QStringList entries;
+    if (!QDir().mkpath(stick))
+        return fail(stick + ": cannot be written");
+    if (!buildStick(stick, &entries))
+        return false;
+    *packageDir = stick + "/" + entries.value(0);
+    return true;
+}
+
+bool StickBuilder::verifyStaged(const QString& packageDir)
+{
+    PackageVerifier verifier(packageDir, m_tree);
+    verifier.verify();
+    m_report = verifier.report();
+    if (!m_report.hasErrors() || m_despiteErrors)
+        return true;
+    return fail(
+        QString("%1 errors in %2: nothing was written").arg(m_report.errorCount()).arg(m_tree));
+}
+
+bool StickBuilder::copyLanguageFile(QSettings& recipe, const QString& languageDir)
+{
+    const QString group = QString(recipe::kLanguage) + "/";
+    const QString name = recipe.value(group + recipe::kLanguageFile).toString();
+    if (name.isEmpty())
+        return true;
+    bool numeric = false;
+    const int number = recipe.value(group + recipe::kLanguageNumber).toString().toInt(&numeric);
+    if (!numeric || number < 1)
+        return fail(m_tree + "/" + kRecipe +
+                    ": [language] number must be a language number from "
+                    "1 on (0 is the built-in Chinese table)");
+    const QString inTree = QDir(m_tree).absoluteFilePath(name);
+    const QString source = QFileInfo(inTree).isFile() ? inTree : kShippedLanguages + name;
+    if (!QFileInfo(source).isFile())
+        return fail(m_tree + "/" + kRecipe + ": [language] file=" + name +
+                    " is neither a file of the tree nor a language shipped with kelpack");
+    // The program names language files by their number, at least four digits.
+    const QString target = languageDir + QString("/%1.lan").arg(number, 4, 10, QChar('0'));
+    if (!QFile::copy(source, target))
+        return fail(target + ": cannot be written");
+    QFile::setPermissions(target, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup |
+                                      QFile::ReadOther);
+    return true;
 }
 
 bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
@@ -63,14 +118,16 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
         return fail(recipePath + ": no recipe (kelpack.ini) in the package tree");
     QSettings recipe(recipePath, QSettings::IniFormat);
     recipe.setIniCodec("UTF-8");
-    const QString folder = recipe.value("stick/folder", "update").toString();
+    const QString stickGroup = QString(recipe::kStick) + "/";
+    const QString folder = recipe.value(stickGroup + recipe::kFolder, "update").toString();
     if (folder.isEmpty() || folder.contains('/') || folder.startsWith('.') ||
         folder == "language" || folder == "config" || folder == "qws")
         return fail(recipePath + ": [stick] folder=" + folder +
                     " must be one plain folder name other than language, config and qws");
     if (m_program.isEmpty())
-        m_program = QDir(m_tree).absoluteFilePath(recipe.value("stick/program").toString());
-    if (!QFileInfo(m_program).isFile())
+        m_program =
+            QDir(m_tree).absoluteFilePath(recipe.value(stickGroup + recipe::kProgram).toString());
+    if (!m_checkOnly && !QFileInfo(m_program).isFile())
         return fail("the program " + m_program + " does not exist (give --program PATH)");
     *entries = QStringList{folder, "language", "config", "qws"};
 
@@ -84,13 +141,16 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
     if (!copied)
         return fail(copier.error());
     QFile::remove(package + "/" + kRecipe);
-    if (!QFile::copy(m_program, package + "/kelloadui.bin"))
-        return fail(package + "/kelloadui.bin: cannot be written");
-    QFile::setPermissions(package + "/kelloadui.bin", QFile::permissions(m_program) |
-                                                          QFile::ExeOwner | QFile::ExeGroup |
-                                                          QFile::ExeOther);
-
-    const QString languages = recipe.value("stick/languages").toString();
+    if (!m_checkOnly) {
+        if (!QFile::copy(m_program, package + "/kelloadui.bin"))
+            return fail(package + "/kelloadui.bin: cannot be written");
+        QFile::setPermissions(package + "/kelloadui.bin", QFile::permissions(m_program) |
+                                                              QFile::ExeOwner | QFile::ExeGroup |
+                                                              QFile::ExeOther);
+    }
+    if (!copyLanguageFile(recipe, stick + "/language"))
+        return false;
+    const QString languages = recipe.value(stickGroup + recipe::kLanguages).toString();
     if (!languages.isEmpty()) {
         QDir lanDir(QDir(m_tree).absoluteFilePath(languages));
         for (const QString& name : lanDir.entryList({"*.lan"}, QDir::Files)) {
@@ -104,7 +164,8 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
     if (!config.open(QIODevice::WriteOnly))
         return fail(config.fileName() + ": cannot be written");
     config.write("[tool_language]\ntype=" +
-                 QByteArray::number(recipe.value("stick/tool_language", 0).toInt()) + "\n");
+                 QByteArray::number(recipe.value(stickGroup + recipe::kToolLanguage, 0).toInt()) +
+                 "\n");
     config.close();
 
     // Items first: the package-wide manifest may name files inside them.
@@ -147,12 +208,11 @@ bool StickBuilder::fillAuto(QSettings& source, const QString& dir, bool projectS
         if (wantsSize || wantsCrc) {
             const QString path = QDir(dir).absoluteFilePath(file);
             QString upper, lower, error;
-            if (!QFileInfo(path).isFile() ||
-                !PackageWriter::crcTexts(path, &upper, &lower, &error)) {
-                return fail(QString("%1: [%2] %3 is not a file of the package, so its size and "
-                                    "checksum cannot be computed")
-                                .arg(dir, group, file));
-            }
+            // A record without its file keeps "auto"; verify names the missing file.
+            if (!QFileInfo(path).isFile())
+                continue;
+            if (!PackageWriter::crcTexts(path, &upper, &lower, &error))
+                return fail(error);
             if (wantsSize)
                 values->append({group + "/SIZE", QString::number(QFileInfo(path).size())});
             if (wantsCrc)
@@ -166,23 +226,6 @@ bool StickBuilder::writeManifest(const QString& dir, const QString& name, bool s
                                  bool projectStyle)
 {
     const QString path = dir + "/" + name;
-    // The settings reader would cut such a value silently: say so while it can be fixed.
-    QFile text(path);
-    if (text.open(QIODevice::ReadOnly)) {
-        int number = 0;
-        for (const QByteArray& line : text.readAll().split('\n')) {
-            ++number;
-            const QByteArray trimmed = line.trimmed();
-            const int equals = trimmed.indexOf('=');
-            if (equals < 0 || trimmed.startsWith(';') || trimmed.startsWith('#'))
-                continue;
-            const QByteArray value = trimmed.mid(equals + 1).trimmed();
-            if (!value.startsWith('"') && value.contains(';'))
-                return fail(QString("%1:%2: the value is cut at \";\": put it in double quotes")
-                                .arg(path)
-                                .arg(number));
-        }
-    }
     QTemporaryDir scratch;
     const QString plain = scratch.path() + "/plain.ini";
     {
@@ -229,17 +272,23 @@ bool StickBuilder::writeChecksumList(const QString& runtimeDir)
         QString srcPath = manifest->value(group + "src_path").toString();
         if (srcPath.startsWith("./"))
             srcPath = srcPath.mid(2);
-        if (fileName == "*") {
-            for (const QString& name :
-                 QDir(runtimeDir + "/" + srcPath).entryList(QDir::Files | QDir::Hidden))
+        // Joined as the program joins them; a name that is no file is verify's to report.
+        const QStringList candidates =
+            fileName == "*" ? QDir(runtimeDir + "/" + srcPath).entryList(QDir::Files | QDir::Hidden)
+                            : QStringList{fileName};
+        for (const QString& name : candidates) {
+            if (QFileInfo(runtimeDir + "/" + srcPath + name).isFile())
                 names << srcPath + name;
-        } else {
-            names << srcPath + fileName;
         }
     }
     names.removeAll(listName);
     names.removeDuplicates();
     names.sort();
+    if (names.isEmpty()) {
+        // Nothing to list (verify says why); md5sum would read standard input instead.
+        QFile empty(runtimeDir + "/" + listName);
+        return empty.open(QIODevice::WriteOnly) || fail(empty.fileName() + ": cannot be written");
+    }
     QProcess md5;
     md5.setWorkingDirectory(runtimeDir);
     md5.setStandardOutputFile(runtimeDir + "/" + listName);

@@ -1,0 +1,117 @@
+#include "fixture.h"
+#include "kelpack_trees.h"
+#include "sandbox.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QtTest>
+
+using trees::kelpack;
+
+// What verify predicts, shown on the simulated panel: a stick of each mistaken tree fails there
+// or does harm, a stick of the correct tree and of the starter tree updates the panel.
+class TestKelpackPanel : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase() { QDir(dir).removeRecursively(); }
+    void panelConfirms_data() { trees::addMistakes(); }
+    void panelConfirms();
+    void starterTreeUpdatesThePanel();
+
+private:
+    // Runs kelsim on stick runs times on one fresh panel, quiet with -s -nr, with simulator
+    // options and environment entries; the last run's exit status and output.
+    int simulate(const QString& stick, int runs, QString* out, const QStringList& simOptions = {},
+                 const QStringList& environment = {});
+    static QString section(const QString& out, const QString& name);
+    QString dir;
+};
+
+void TestKelpackPanel::initTestCase()
+{
+    SANDBOX_REQUIRED();
+    if (QStandardPaths::findExecutable("Xvfb").isEmpty())
+        QSKIP("Xvfb is not installed (scripts/install-deps.sh installs it)");
+    dir = sandbox::makeScratchDir("kelpack-panel");
+}
+
+int TestKelpackPanel::simulate(const QString& stick, int runs, QString* out,
+                               const QStringList& simOptions, const QStringList& environment)
+{
+    int status = -1;
+    for (int run = 0; run < runs; ++run) {
+        QProcess sim;
+        sim.setProcessChannelMode(QProcess::MergedChannels);
+        sim.setEnvironment(QProcess::systemEnvironment() + environment);
+        sim.start(
+            QStringLiteral(KEL_SOURCE_DIR) + "/sim/kelsim",
+            QStringList{"--panel", dir + "/panel", "--screenshots", "none", "--timeout", "90"} +
+                simOptions + (run == 0 ? QStringList{"--fresh"} : QStringList()) +
+                QStringList{stick, "-s", "-nr"});
+        if (!sim.waitForFinished(180000))
+            sim.kill();
+        status = sim.exitStatus() == QProcess::NormalExit ? sim.exitCode() : -1;
+        *out = QString::fromUtf8(sim.readAll());
+    }
+    return status;
+}
+
+QString TestKelpackPanel::section(const QString& out, const QString& name)
+{
+    const int start = out.indexOf("== " + name + "\n");
+    if (start < 0)
+        return QString();
+    const int body = start + name.size() + 4;
+    const int end = out.indexOf("\n== ", body - 1);
+    return out.mid(body, end < 0 ? -1 : end - body + 1);
+}
+
+void TestKelpackPanel::panelConfirms()
+{
+    QFETCH(QStringList, edits);
+    QFETCH(int, runs);
+    QFETCH(QString, report);
+    QFETCH(QString, evidence);
+    QFETCH(QStringList, simOptions);
+    QFETCH(QStringList, environment);
+    QCOMPARE(kelpack({"build", trees::tree(dir, edits), dir + "/out", "--program", KEL_PROGRAM_PATH,
+                      "--despite-errors"}),
+             0);
+    QString out;
+    const int status = simulate(dir + "/out", runs, &out, simOptions, environment);
+    QCOMPARE(section(out, "report").trimmed(), report);
+    QCOMPARE(status, report == QString::fromUtf8("[成功]") ? 0 : 1);
+    if (evidence.startsWith('!'))
+        QVERIFY2(!out.contains(QRegularExpression(evidence.mid(1))), qPrintable(out));
+    else
+        QVERIFY2(out.contains(QRegularExpression(evidence)), qPrintable(out));
+}
+
+void TestKelpackPanel::starterTreeUpdatesThePanel()
+{
+    const QString starter = dir + "/starter";
+    QCOMPARE(kelpack({"init", starter}), 0);
+    QByteArray out;
+    QCOMPARE(kelpack({"verify", starter}, &out), 0);
+    QVERIFY2(out.startsWith("no errors, no warnings"), out.constData());
+    // Each item's example is correct too, once switched on.
+    QString text = QString::fromUtf8(fixture::readFile(starter + "/update.ini"));
+    fixture::writeFile(starter + "/update.ini", text.replace("=false", "=true").toUtf8());
+    QCOMPARE(kelpack({"verify", starter}, &out), 0);
+    QVERIFY2(out.startsWith("no errors, no warnings"), out.constData());
+    fixture::writeFile(starter + "/update.ini", text.replace("=true", "=false").toUtf8());
+    QDir(dir + "/out").removeRecursively();
+    QCOMPARE(kelpack({"build", starter, dir + "/out", "--program", KEL_PROGRAM_PATH}), 0);
+    QString sim;
+    QCOMPARE(simulate(dir + "/out", 1, &sim), 0);
+    QCOMPARE(section(sim, "report").trimmed(), QString::fromUtf8("[成功]"));
+    QVERIFY2(sim.contains("added    /usr/vorn_app/config/hello.conf"), qPrintable(sim));
+}
+
+QTEST_GUILESS_MAIN(TestKelpackPanel)
+#include "tst_kelpack_panel.moc"
