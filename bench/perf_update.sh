@@ -26,6 +26,7 @@ crc="$build/bench/crc_floor"
 echo "machine: $(nproc) cores; work directory $work ($(df -T "$work" | awk 'NR == 2 { print $2 }'))"
 
 ms() { echo $(($(date +%s%N) / 1000000)); }
+floors=0
 median() { tr ' ' '\n' | grep . | sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
 blob() { head -c "$2" /dev/urandom > "$1"; }
 header() { # an update.ini that applies nothing but what follows
@@ -36,11 +37,14 @@ header() { # an update.ini that applies nothing but what follows
 # fdatasync() time; peak memory and call counts of the last run.
 measure() { # name stick [program options, default -s -nr]
     walls="" users="" kernels="" rss="" sync_times="" datasync_times=""
-    for _ in $(seq "$runs"); do
-        panel="$work/panel-$1"
+    for run in $(seq "$runs"); do
+        # A new panel each time, removed only at the end: on ext4 without a journal, files made
+        # right after thousands were deleted wait for the inode allocator to pass the deleted
+        # ones, which would be measured as the program's time.
+        panel="$work/panel-$1-$run"
         sync # no write-back of earlier work may fall into the timed run
         KELSIM_WRAPPER="env LD_PRELOAD=$build/bench/libsync_timer.so SYNC_TIMER_OUT=/tmp/sync.txt /usr/bin/time -f %M,%U,%S -o /tmp/rss.txt" \
-            "$top/sim/kelsim" --fresh --panel "$panel" --runtime absent --timeout 900 --screenshots none \
+            "$top/sim/kelsim" --panel "$panel" --runtime absent --timeout 900 --screenshots none \
             "$2" ${3:--s -nr} >"$work/$1.out" 2>&1 || true
         head -n 1 "$2/update.log" | grep -q "成功" || { echo "$1: the update failed"; sed -n 1,40p "$work/$1.out"; exit 1; }
         walls="$walls $(cat "$panel/run/elapsed-ms.txt")"
@@ -61,8 +65,9 @@ measure() { # name stick [program options, default -s -nr]
 floor_run() { # commands timed as the floor, median of RUNS: wall, and the tools' processor time
     walls="" users="" kernels=""
     for _ in $(seq "$runs"); do
-        rm -rf "$work/floor"
-        mkdir -p "$work/floor"
+        floors=$((floors + 1))
+        mkdir -p "$work/floor-$floors"
+        ln -sfn "floor-$floors" "$work/floor" # the same new folder for the floor as for the program
         sync
         start=$(ms)
         /usr/bin/time -f "%U %S" -o "$work/floor-cpu.txt" sh -c "$1" >/dev/null

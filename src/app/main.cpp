@@ -127,15 +127,13 @@ int main(int argc, char** argv)
         QwsProcess::startQwsServer(baseDir + "/qws/qwsserver");
 
     // The windows are drawn by the raster engine alone; on X11 Qt would otherwise load a GL
-    // driver stack of tens of MiB that the updater never uses. The toolkit reads the setting while
-    // the application is made; the children (ldconfig, md5sum, the package's command) must not
+    // driver stack of tens of MiB that the updater never uses. The toolkit reads the setting when
+    // it makes the first window; the children (ldconfig, md5sum, the package's command) must not
     // inherit it.
     const bool glChosenHere = qEnvironmentVariableIsEmpty("QT_XCB_GL_INTEGRATION");
     if (glChosenHere)
         qputenv("QT_XCB_GL_INTEGRATION", "none");
     QApplication app(argc, argv);
-    if (glChosenHere)
-        qunsetenv("QT_XCB_GL_INTEGRATION");
     MainCfg::initCfg(app);
     MultilingualManager::GetInstance()->loadMultilingualFile(chooseLanguageFile(param, baseDir),
                                                              kel::kDefaultLanguageFile);
@@ -160,6 +158,8 @@ int main(int argc, char** argv)
 
     winBackgrnd background;
     background.show();
+    if (glChosenHere)
+        qunsetenv("QT_XCB_GL_INTEGRATION");
     logger->write(kel::text(2054));
     logger->write("------------------------\n");
     QObject::connect(pDiskUpWin, &UDiskUpWin::setErrorBackgrnd, &background,

@@ -9,6 +9,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <cerrno>
 
 namespace {
 
@@ -334,17 +335,15 @@ bool file_operation_c::commitStaged(const QString& staged, int failureText)
     const QFileInfo stagedInfo(staged);
     const QString final = stagedInfo.absolutePath() + "/" + stagedInfo.completeBaseName();
     // Whatever stands at the final path is the old file, a link included (even a dangling one):
-    // it moves aside to ".bak" and goes with the other backups, with their removal line.
-    if (LinkSafe::exists(final)) {
-        LinkSafe::rename(final, final + ".bak");
+    // it moves aside to ".bak" and goes with the other backups, with their removal line. The
+    // renames themselves tell what stood where: thousands of files need no extra probes.
+    if (LinkSafe::rename(final, final + ".bak") || errno != ENOENT)
         m_backupList.insert(madeFile(final + ".bak"));
-    }
-    if (!LinkSafe::exists(staged)) {
-        emit emitMessage(kel::text(2204).arg(staged), Qt::red);
-        return false;
-    }
     if (!LinkSafe::rename(staged, final)) {
-        emit emitMessage(kel::text(failureText).arg(staged, final), Qt::red);
+        const bool stagedMissing = errno == ENOENT;
+        emit emitMessage(stagedMissing ? kel::text(2204).arg(staged)
+                                       : kel::text(failureText).arg(staged, final),
+                         Qt::red);
         return false;
     }
     return true;

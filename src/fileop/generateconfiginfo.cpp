@@ -125,9 +125,10 @@ void GenerateConfigInfo::readFileOpConfig(QSettings* settings)
         copyFileInfo_s info;
         info.srcPath = settings->value(at(group, kSrcPath)).toString();
         info.destPath = settings->value(at(group, kDestPath)).toString();
-        info.size = settings->value(at(group, kSize)).toUInt();
+        const QVariant size = settings->value(at(group, kSize));
+        info.size = size.toUInt();
         info.crc32 = settings->value(at(group, kCrc32)).toString().toUpper();
-        info.sizeText = settings->value(at(group, kSize)).toString();
+        info.sizeText = size.toString();
         info.mode = readInt(settings, at(group, kMode));
         info.authority = readInt(settings, at(group, kAuthority));
         info.priority = readInt(settings, at(group, kPriority));

@@ -2,7 +2,9 @@
 
 #include <QFile>
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -45,9 +47,20 @@ bool LinkSafe::remove(const QString& path)
 
 bool LinkSafe::rename(const QString& from, const QString& to)
 {
-    if (!exists(from) || exists(to))
+    const QByteArray source = QFile::encodeName(from);
+    const QByteArray target = QFile::encodeName(to);
+    // One step where the file system can refuse to replace; a test first where it cannot.
+    if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) ==
+        0)
+        return true;
+    if (errno != EINVAL && errno != ENOSYS)
         return false;
-    return ::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
+    struct stat st;
+    if (::lstat(target.constData(), &st) == 0) {
+        errno = EEXIST;
+        return false;
+    }
+    return ::rename(source.constData(), target.constData()) == 0;
 }
 
 QFileInfoList LinkSafe::entries(const QString& dir, QDir::Filters filters)

@@ -20,7 +20,8 @@ public:
 
     // Removes the file or the link at path.
     static bool remove(const QString& path);
-    // Moves the entry at from to to; fails rather than replace anything that stands at to.
+    // Moves the entry at from to to; fails rather than replace anything that stands at to. On
+    // failure errno tells why: ENOENT when nothing stands at from, EEXIST when something is at to.
     static bool rename(const QString& from, const QString& to);
 
     // The entries of dir that filters select, by name, and every link in it whatever its target

@@ -8,6 +8,8 @@
 MessagePane::MessagePane(QTextEdit* edit) : QObject(edit), m_edit(edit)
 {
     setObjectName("messagePane");
+    // A read-only log: an undo history of every line would only cost memory.
+    edit->document()->setUndoRedoEnabled(false);
 }
 
 void MessagePane::append(const QString& line, const QColor& colour)
