@@ -11,6 +11,7 @@
 #include "package_signer.h"
 #include "qsettingsfactory.h"
 #include "stick_builder.h"
+#include "utf8_text.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -197,7 +198,7 @@ QSettings* PackageVerifier::openScrambled(const QString& file)
     if (!QSettingsFactory::decryptFile(m_dir + "/" + file, plain, QSettingsFactory::CRYPT_CHECKED))
         return nullptr;
     auto* settings = new QSettings(plain, QSettings::IniFormat);
-    settings->setIniCodec("UTF-8");
+    kel::useUtf8Ini(*settings);
     return settings;
 }
 
@@ -831,7 +832,7 @@ void PackageVerifier::walkProject()
         return;
     }
     QSettings manifest(folder + "/project.ini", QSettings::IniFormat);
-    manifest.setIniCodec("UTF-8");
+    kel::useUtf8Ini(manifest);
     QStringList cleared;
     const char* const kinds[] = {"recipes", "history", "alarms", "initial values"};
     for (int k = 0; k < 4; ++k) {

@@ -5,6 +5,7 @@
 #include "package_writer.h"
 #include "stick_output.h"
 #include "tree_copier.h"
+#include "utf8_text.h"
 
 #include <QDir>
 #include <QFile>
@@ -23,7 +24,7 @@ const char kShippedLanguages[] = ":/kelpack/languages/";
 QSettings* openPlain(const QString& path)
 {
     auto* settings = new QSettings(path, QSettings::IniFormat);
-    settings->setIniCodec("UTF-8");
+    kel::useUtf8Ini(*settings);
     return settings;
 }
 
@@ -117,7 +118,7 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
     if (!QFileInfo::exists(recipePath))
         return fail(recipePath + ": no recipe (kelpack.ini) in the package tree");
     QSettings recipe(recipePath, QSettings::IniFormat);
-    recipe.setIniCodec("UTF-8");
+    kel::useUtf8Ini(recipe);
     const QString stickGroup = QString(recipe::kStick) + "/";
     const QString folder = recipe.value(stickGroup + recipe::kFolder, "update").toString();
     if (folder.isEmpty() || folder.contains('/') || folder.startsWith('.') ||
