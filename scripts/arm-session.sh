@@ -12,8 +12,8 @@ arch=$1
 # qemu's own magic and mask: little-endian ELF executables and shared objects of the machine type.
 elf_mask='\xff\xff\xff\xff\xff\xff\xff\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff'
 case $arch in
-    armhf) qemu=qemu-arm elf='\x7fELF\x01\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\x28\x00' ;;
-    arm64) qemu=qemu-aarch64 elf='\x7fELF\x02\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\xb7\x00' ;;
+    armhf) qemu=qemu-arm triplet=arm-linux-gnueabihf elf='\x7fELF\x01\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\x28\x00' ;;
+    arm64) qemu=qemu-aarch64 triplet=aarch64-linux-gnu elf='\x7fELF\x02\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\xb7\x00' ;;
     *) echo "$0: unknown architecture '$arch': use armhf or arm64" >&2; exit 2 ;;
 esac
 dir=$(realpath "$2")
@@ -34,6 +34,9 @@ if [ "${KEL_ARM_SESSION_STAGE:-}" = inside ]; then
     printf ':%s:M::%s:%s:%s:PF' "$qemu" "$elf" "$elf_mask" "$dir/qemu/$qemu" \
         > /proc/sys/fs/binfmt_misc/register
     export QEMU_LD_PREFIX="$dir/sysroot"
+    # qemu finds paths in the root for open and stat, not for faccessat, with which Qt looks for
+    # its plugin folder (arm64 has no older call): name the folder for the target's programs.
+    export QEMU_SET_ENV="QT_PLUGIN_PATH=$dir/sysroot/usr/lib/$triplet/qt5/plugins"
     # A session and process group of its own: a stray kill(0) reaches nothing outside.
     exec setsid "$@"
 fi
@@ -54,6 +57,9 @@ done
 echo "0 0 4294967295" > "/proc/$session/uid_map"
 echo "0 0 4294967295" > "/proc/$session/gid_map"
 echo > "$work/mapped"
+# unshare --fork holds back TERM until its child ends, and the session has a process group of its
+# own: stopping this script must stop the whole session.
+trap 'kill -KILL "$session" 2>/dev/null' INT TERM HUP
 status=0
 wait "$session" || status=$?
 exit $status
