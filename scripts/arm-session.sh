@@ -1,8 +1,8 @@
 #!/bin/sh
 # Runs COMMAND where ARM programs start as if they were native, through the qemu and with the
 # libraries that scripts/prepare-arm.sh unpacked into DIR: in private user, mount and PID
-# namespaces with a binfmt_misc instance of their own (Linux 6.7 or later) and a session of their
-# own. The machine's binfmt registrations are never read or changed, and nothing started in there
+# namespaces with a binfmt_misc instance of their own (Linux 6.7 or later), a root the sealed
+# simulator (sim/seal.sh) can work in, and a session of their own. The machine's binfmt registrations are never read or changed, and nothing started in there
 # can signal the machine's processes. Root only: the user namespace maps every user to itself.
 #
 #   scripts/arm-session.sh armhf|arm64 DIR COMMAND [ARG...]
@@ -37,6 +37,31 @@ if [ "${KEL_ARM_SESSION_STAGE:-}" = inside ]; then
     # qemu finds paths in the root for open and stat, not for faccessat, with which Qt looks for
     # its plugin folder (arm64 has no older call): name the folder for the target's programs.
     export QEMU_SET_ENV="QT_PLUGIN_PATH=$dir/sysroot/usr/lib/$triplet/qt5/plugins"
+    # A root the sealed simulator can overlay. In a user namespace the machine's root, with the
+    # mounts below it locked to it, can never be an overlay's lower layer; a tmpfs with every
+    # top-level folder of the machine bound into it can.
+    cwd=$PWD
+    root="$dir/session-root"
+    mkdir -p "$root"
+    mount -t tmpfs -o mode=755 session-root "$root"
+    for entry in /* /.[!.]*; do
+        name=${entry#/}
+        if [ -L "$entry" ]; then
+            cp -P "$entry" "$root/$name"
+        elif [ -d "$entry" ]; then
+            mkdir "$root/$name"
+            mount --rbind "$entry" "$root/$name"
+        fi
+    done
+    mkdir "$root/.machine-root"
+    cd "$root"
+    pivot_root . .machine-root
+    cd /
+    umount -l /.machine-root
+    rmdir /.machine-root
+    # The copy of the new root seen through the build folder's binding.
+    umount -l "$root" 2>/dev/null || true
+    cd "$cwd"
     # A session and process group of its own: a stray kill(0) reaches nothing outside.
     exec setsid "$@"
 fi

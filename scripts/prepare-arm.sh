@@ -20,8 +20,8 @@ dir=$(realpath "$2")
 mirror=${KEL_DEBIAN_MIRROR:-http://deb.debian.org/debian}
 keyring=/usr/share/keyrings/debian-archive-keyring.gpg
 # The program, its unit tests and a run on a simulated screen: Qt's widgets, test library and
-# platform plugins, zlib, and the target's C and C++ development files.
-packages="qtbase5-dev libqt5test5 zlib1g-dev libc6-dev libstdc++-12-dev"
+# platform plugins, zlib, xcb (the simulator's screen grabber), the target's C and C++ files.
+packages="qtbase5-dev libqt5test5 zlib1g-dev libxcb1-dev libc6-dev libstdc++-12-dev"
 stamp="$dir/prepared"
 [ -f "$stamp" ] && [ "$(cat "$stamp")" = "$arch $packages $mirror" ] && exit 0
 for tool in moc rcc uic qmake; do
@@ -63,7 +63,7 @@ CONF
 }
 megabytes() { du -cm "$@" | tail -n 1 | cut -f 1; }
 
-rm -rf "$dir/sysroot" "$dir/qemu" "$stamp"
+rm -rf "$dir/sysroot" "$dir/qemu" "$dir/fontconfig-cache" "$stamp"
 # The target's packages and everything they need, unpacked into the root.
 private_apt sysroot "$arch" bookworm bookworm-updates
 # shellcheck disable=SC2086
@@ -104,5 +104,9 @@ dpkg-deb --fsys-tarfile "$1" | tar -x -C "$dir/qemu" --strip-components=3 "./usr
 "$dir/qemu/$qemu" --version | head -n 1
 
 rm -rf "$dir"/apt/*/archives
+# The target's font caches of this machine's fonts, made now: a program that had to make them
+# would do it in every sealed simulator run, and list them as its changes.
+QEMU_LD_PREFIX="$dir/sysroot" "$dir/qemu/$qemu" "$dir/sysroot/usr/bin/fc-cache"
+
 echo "prepare-arm: $(megabytes "$dir/sysroot" "$dir/qemu") MB unpacked into $dir"
 echo "$arch $packages $mirror" > "$stamp"
