@@ -3,6 +3,7 @@
 #include "package_signer.h"
 #include "package_verifier.h"
 #include "package_writer.h"
+#include "program_arch.h"
 #include "stick_output.h"
 #include "tree_copier.h"
 #include "utf8_text.h"
@@ -125,11 +126,29 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
         folder == "language" || folder == "config" || folder == "qws")
         return fail(recipePath + ": [stick] folder=" + folder +
                     " must be one plain folder name other than language, config and qws");
+    const QString arch =
+        m_arch.isEmpty() ? recipe.value(stickGroup + recipe::kArch).toString() : m_arch;
+    if (!m_checkOnly && m_program.isEmpty() && !recipe.contains(stickGroup + recipe::kProgram) &&
+        !arch.isEmpty()) {
+        m_program = ProgramArch::installedProgram(arch);
+        if (!QFileInfo(m_program).isFile())
+            return fail("no panel program for " + arch + " is installed (" + m_program +
+                        "): give --program PATH");
+    }
     if (m_program.isEmpty())
         m_program =
             QDir(m_tree).absoluteFilePath(recipe.value(stickGroup + recipe::kProgram).toString());
     if (!m_checkOnly && !QFileInfo(m_program).isFile())
         return fail("the program " + m_program + " does not exist (give --program PATH)");
+    QString why;
+    QString programArch;
+    if (!m_checkOnly) {
+        programArch = ProgramArch::of(m_program, &why);
+        if (!arch.isEmpty() && programArch != arch)
+            return fail((programArch.isEmpty() ? why : m_program + ": built for " + programArch) +
+                        ", but the stick is for " + arch +
+                        " ([stick] arch or --arch): give the program built for " + arch);
+    }
     *entries = QStringList{folder, "language", "config", "qws"};
 
     const QString package = stick + "/" + folder;
@@ -168,6 +187,9 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
                  QByteArray::number(recipe.value(stickGroup + recipe::kToolLanguage, 0).toInt()) +
                  "\n");
     config.close();
+    // The program's processor: the one asked for, if any (checked above).
+    if (!programArch.isEmpty() && !ProgramArch::writeRecord(stick, programArch, &why))
+        return fail(why);
 
     // Items first: the package-wide manifest may name files inside them.
     for (const char* item : {"system", "kelinfo"}) {
