@@ -2,7 +2,7 @@
 # Installs what a fresh Debian 12 machine lacks to build, test and simulate the updater, plus the
 # extras named: qt6 (the Qt 6 build), armhf or arm64 (the cross compiler of a panel build; the
 # target's libraries and the emulator are unpacked into its build folder by prepare-arm.sh),
-# package (the tools that build and check Debian packages).
+# package (the tools that build Debian packages and test them in a fresh Debian root).
 #
 #   scripts/install-deps.sh [qt6] [armhf] [arm64] [package]
 set -eu
@@ -13,7 +13,7 @@ for extra; do
     case $extra in
         qt6) packages="$packages qt6-base-dev" ;;
         armhf|arm64) packages="$packages crossbuild-essential-$extra file debian-archive-keyring" ;;
-        package) packages="$packages dpkg-dev file" ;;
+        package) packages="$packages dpkg-dev file debootstrap" ;;
         *) echo "$0: unknown extra '$extra': use qt6, armhf, arm64 or package" >&2; exit 2 ;;
     esac
 done
