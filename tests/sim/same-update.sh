@@ -17,15 +17,18 @@ mkdir -p "$top/build-scratch"
 work=$(mktemp -d "$top/build-scratch/same-update-XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
-# run NAME STICK [PROGRAM_OPTION...]: what the simulator reports, without screenshots and with
-# this run's own folders named alike.
+# run NAME STICK [PROGRAM_OPTION...]: what the simulator reports, without screenshots, with this
+# run's own folders named alike, and without the contents of ldconfig's aux-cache (the update
+# runs ldconfig, which keys that file by the device numbers of the run's own sealed overlay).
 run() {
     name=$1 stick=$2
     shift 2
     cp -R "$stick" "$work/$name-stick"
     "$top/sim/kelsim" --panel "$work/$name-panel" --screenshots none --timeout 300 \
         "$work/$name-stick" "$@" > "$work/$name.txt" 2>&1 || true
-    sed -e '/^== screenshots/,$d' -e "s|$work/$name-|RUN/|g" "$work/$name.txt" > "$work/$name.compared"
+    sed -e '/^== screenshots/,$d' -e "s|$work/$name-|RUN/|g" \
+        -e 's|^\([a-z]* *\)/var/cache/ldconfig/aux-cache (\([0-7]*\) [0-9a-f]*)|\1/var/cache/ldconfig/aux-cache (\2)|' \
+        "$work/$name.txt" > "$work/$name.compared"
 }
 run reference "$reference" "$@"
 run candidate "$candidate" "$@"
