@@ -1,5 +1,6 @@
-# Run by cpack before it makes the package (CPACK_PROJECT_CONFIG_FILE): Depends from
-# dpkg-shlibdeps on the programs for this machine, then the simulator's tools.
+# Run by cpack before it makes kelpack-tools (CPACK_PROJECT_CONFIG_FILE): Depends from
+# dpkg-shlibdeps on the programs for this machine (CPack's own pass would read the ARM program
+# too, and fail on its libraries), then the tools the simulator runs.
 include(${CPACK_KEL_HOST_PROGRAMS_FILE})
 set(kel_dir ${CPACK_PACKAGE_DIRECTORY}/shlibdeps)
 file(MAKE_DIRECTORY ${kel_dir}/debian)

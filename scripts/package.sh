@@ -19,7 +19,7 @@ cmake -S . -B "$out" -DCMAKE_BUILD_TYPE=Release -DKEL_BUILD_TESTS=OFF \
     -DKEL_PANEL_PROGRAM_ARMHF="$out/armhf/kelloadui.bin" >/dev/null
 cmake --build "$out" -j"$(nproc)" >/dev/null
 rm -f "$out"/kelpack-tools_*.deb
-(cd "$out" && cpack -G DEB >/dev/null)
+(cd "$out" && cpack --config CPackKelpackTools.cmake >/dev/null)
 deb=$(ls "$out"/kelpack-tools_*.deb)
 dpkg-deb --info "$deb" | sed -n 's/^ \(Package\|Version\|Architecture\|Depends\|Recommends\|Installed-Size\):/\1:/p'
 echo "package: $deb ($(du -k "$deb" | cut -f 1) KB); armhf program: $out/armhf/kelloadui.bin"
