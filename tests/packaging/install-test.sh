@@ -1,8 +1,9 @@
 #!/bin/sh
 # Installs the kelpack-tools package into a fresh Debian 12 root and runs the tools from their
 # installed paths, sealed off from this machine and from that root (sim/seal.sh over the fresh
-# root): apt resolves the package's Depends there, kelpack --version, build --arch armhf (the
-# installed ARM program), info, verify, build --arch amd64 and kelsim, whose update must succeed.
+# root): apt resolves the package's Depends there; kelpack --version, init and verify of a starter
+# tree, build --arch armhf (the installed ARM program), info and verify of that stick, and
+# build --arch amd64 with kelsim for the starter tree and the sample, whose updates must succeed.
 # The root (debootstrap minbase) and the packages the tools need are downloaded once into
 # DIR/fresh-root; every run starts from it unchanged. Root only.
 #
@@ -68,14 +69,19 @@ exec /mnt/seal/seal.sh "$panel" sh -eu -c "
     echo \"install-test: installed \$(dpkg-query -W -f=\"\\\${Package} \\\${Version}\" kelpack-tools)\"
     kelpack --version
     kelsim --version
-    kelpack build /usr/share/kelpack-tools/sample /root/stick-armhf --arch armhf
-    kelpack info /root/stick-armhf/update | grep -x \"Program: kelloadui.bin for armhf (the stick was built for armhf)\"
+    kelpack init /root/tree
+    kelpack verify /root/tree
+    kelpack build /root/tree /root/stick-armhf --arch armhf
+    kelpack info /root/stick-armhf/update | grep -x \"   start kelloadui.bin (built for armhf; the stick was built for armhf)\"
     kelpack verify /root/stick-armhf/update
-    kelpack build /usr/share/kelpack-tools/sample /root/stick --arch amd64
-    kelsim --panel $panel/kelsim-panel --screenshots none /root/stick > /tmp/kelsim.txt 2>&1 ||
-        { cat /tmp/kelsim.txt; exit 1; }
-    sed -n \"/^== report/,/^== log/p\" /tmp/kelsim.txt
-    tail -n 1 /tmp/kelsim.txt
+    for tree in /root/tree /usr/share/kelpack-tools/sample; do
+        rm -rf /root/stick
+        kelpack build \$tree /root/stick --arch amd64
+        kelsim --panel $panel/kelsim-panel --fresh --screenshots none /root/stick > /tmp/kelsim.txt 2>&1 ||
+            { cat /tmp/kelsim.txt; exit 1; }
+        sed -n \"/^== report/,/^== log/p\" /tmp/kelsim.txt
+        tail -n 1 /tmp/kelsim.txt
+    done
 "
 ' sh "$root" "$top" "$dir/install-panel" "$package"
 rm -rf "$dir/install-panel"
