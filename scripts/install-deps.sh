@@ -1,9 +1,22 @@
 #!/bin/sh
-# Installs what a fresh Debian 12 machine lacks to build, test and simulate the updater.
+# Installs what a fresh Debian 12 machine lacks to build, test and simulate the updater, plus the
+# extras named: qt6 (the Qt 6 build), armhf or arm64 (the cross compiler of a panel build; the
+# target's libraries and the emulator are unpacked into its build folder by prepare-arm.sh),
+# package (the tools that build Debian packages and test them in a fresh Debian root).
+#
+#   scripts/install-deps.sh [qt6] [armhf] [arm64] [package]
 set -eu
 packages="cmake make g++ clang pkg-config time strace qtbase5-dev qtbase5-dev-tools zlib1g-dev psmisc procps
           libsodium-dev util-linux iproute2 attr libxcb1-dev xvfb xauth x11-apps imagemagick fonts-wqy-zenhei
           e2fsprogs ca-certificates"
+for extra; do
+    case $extra in
+        qt6) packages="$packages qt6-base-dev" ;;
+        armhf|arm64) packages="$packages crossbuild-essential-$extra file debian-archive-keyring" ;;
+        package) packages="$packages dpkg-dev file debootstrap" ;;
+        *) echo "$0: unknown extra '$extra': use qt6, armhf, arm64 or package" >&2; exit 2 ;;
+    esac
+done
 missing=""
 for p in $packages; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"

@@ -6,6 +6,7 @@
 #include "qws_process.h"
 #include "slienceupdate.h"
 #include "udiskupwin.h"
+#include "utf8_text.h"
 #include "vorn_process.h"
 #include "winbackgrnd.h"
 
@@ -14,7 +15,6 @@
 #include <QDir>
 #include <QFile>
 #include <QSettings>
-#include <QTextCodec>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -80,7 +80,7 @@ QString chooseLanguageFile(const QuietUpdateParam& param, const QString& baseDir
         const QString setup = projectDir + "/lan_setup.ini";
         if (QFile::exists(setup)) {
             QSettings settings(setup, QSettings::IniFormat);
-            settings.setIniCodec("UTF-8");
+            kel::useUtf8Ini(settings);
             if (settings.contains("/current_language/type")) {
                 const int number = settings.value("/current_language/type").toInt();
                 if (number != -1)
@@ -92,7 +92,7 @@ QString chooseLanguageFile(const QuietUpdateParam& param, const QString& baseDir
     if (!languageId.isEmpty() && QFile::exists(languageFile))
         return languageFile;
     QSettings tool(baseDir + "/config/vornUpdateSet.ini", QSettings::IniFormat);
-    tool.setIniCodec("UTF-8");
+    kel::useUtf8Ini(tool);
     const int number = tool.value("/tool_language/type", 0).toInt();
     return baseDir + "/language/" + languageNumber(number) + ".lan";
 }
@@ -102,7 +102,7 @@ QString chooseLanguageFile(const QuietUpdateParam& param, const QString& baseDir
 int main(int argc, char** argv)
 {
     // Every 8-bit text of this program (arguments, paths, logs) is UTF-8.
-    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    kel::useUtf8Locale();
 
     QuietUpdateParam param;
     param.parseCmdParam(argc, argv);

@@ -1,5 +1,7 @@
 #include "multilingual_management.h"
 
+#include "utf8_text.h"
+
 #include <QFile>
 #include <QSettings>
 #include <QStringList>
@@ -35,7 +37,7 @@ bool MultilingualManager::loadMultilingualFile(QString file, QString defaultFile
 void MultilingualManager::loadLayer(const QString& path)
 {
     QSettings settings(path, QSettings::IniFormat);
-    settings.setIniCodec("UTF-8");
+    kel::useUtf8Ini(settings);
     const QStringList groups = settings.childGroups();
     for (const QString& group : groups)
         m_texts[group.toInt(nullptr, 10)] = settings.value(group + "/string").toString();

@@ -2,6 +2,7 @@
 
 #include "def.h"
 #include "panel_library.h"
+#include "utf8_text.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -96,7 +97,7 @@ QSettings* QSettingsFactory::createQSettings(QString path, QSettings::Format for
         return nullptr;
     stampUniquely(QFile::encodeName(s_scratchPath).constData());
     auto* settings = new QSettings(s_scratchPath, format);
-    settings->setIniCodec("UTF-8");
+    kel::useUtf8Ini(*settings);
     return settings;
 }
 

@@ -27,7 +27,7 @@ int readInt(QSettings* settings, const QString& key)
 // Each non-blank element of a comma-separated value becomes its own entry; other values one.
 void insertSplit(VariantTable& table, const QString& key, const QVariant& value)
 {
-    if (value.type() != QVariant::StringList) {
+    if (value.userType() != QMetaType::QStringList) {
         table.insert({key, value});
         return;
     }

@@ -10,12 +10,12 @@
 #include "slienceupdate.h"
 #include "stick_tree.h"
 #include "trust_store.h"
+#include "utf8_text.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QSettings>
-#include <QTextCodec>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -73,7 +73,7 @@ QString languageFile()
     if (projectDir.isEmpty())
         projectDir = kel::kDefaultProjectDir;
     QSettings setup(projectDir + "/lan_setup.ini", QSettings::IniFormat);
-    setup.setIniCodec("UTF-8");
+    kel::useUtf8Ini(setup);
     int number = setup.value("/current_language/type", 0).toInt();
     if (number < 0)
         number = 0;
@@ -153,7 +153,7 @@ QString KelGate::logPath(char** argv) const
 
 int KelGate::run(int& argc, char** argv)
 {
-    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    kel::useUtf8Locale();
     const QString first = argc > 1 ? QString::fromUtf8(argv[1]) : QString();
     if (first == "--help" || first == "-h") {
         fputs(kUsageText, stdout);

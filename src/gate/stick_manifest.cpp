@@ -4,7 +4,6 @@
 
 #include <QDateTime>
 #include <QRegularExpression>
-#include <QTextCodec>
 #include <algorithm>
 
 namespace {
@@ -31,11 +30,10 @@ bool isLowerHex(const QByteArray& text)
                        [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
 }
 
+// Invalid or cut-short sequences read as replacement characters and do not come back.
 bool isUtf8(const QByteArray& bytes)
 {
-    QTextCodec::ConverterState state;
-    QTextCodec::codecForMib(106)->toUnicode(bytes.constData(), bytes.size(), &state);
-    return state.invalidChars == 0 && state.remainingChars == 0;
+    return QString::fromUtf8(bytes).toUtf8() == bytes;
 }
 
 bool isBuiltTime(const QString& text)

@@ -86,7 +86,7 @@ bool StickTree::hash(const QString& path, qint64* size, QByteArray* sha256)
             return false;
         if (n == 0)
             break;
-        sum.addData(block.constData(), int(n));
+        sum.addData(QByteArray::fromRawData(block.constData(), int(n)));
         total += n;
     }
     *size = total;

@@ -8,6 +8,7 @@
 #include "multilingual_management.h"
 #include "package_keys.h"
 #include "panel_library.h"
+#include "utf8_text.h"
 
 #include <QDir>
 #include <QFile>
@@ -82,7 +83,7 @@ bool downLoadPro::checkProjectFiles()
 bool downLoadPro::parseIniFile()
 {
     QSettings settings(kManifest, QSettings::IniFormat);
-    settings.setIniCodec("UTF-8");
+    kel::useUtf8Ini(settings);
     const int count =
         settings.value(QString(kel::keys::kGlobal) + "/" + kel::keys::kFileCount).toInt();
     // An absurd count is a corrupt manifest: treat it as missing before making any record.

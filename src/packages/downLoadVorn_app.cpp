@@ -91,7 +91,7 @@ bool downLoadVorn_app::parseIniFile()
         info.src_path = settings->value(group + kSrcPathRuntime).toString();
         const QVariant delayed = settings->value(group + kDelayCopy);
         // An unquoted "a,b" arrives as a list already; rejoin it to split it by our own rule.
-        const QString patterns = delayed.type() == QVariant::StringList
+        const QString patterns = delayed.userType() == QMetaType::QStringList
                                      ? delayed.toStringList().join(',')
                                      : delayed.toString();
         if (!patterns.isEmpty())

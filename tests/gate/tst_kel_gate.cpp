@@ -3,6 +3,7 @@
 #include "gate_notice.h"
 #include "multilingual_management.h"
 #include "sandbox.h"
+#include "utf8_text.h"
 
 #include <QDir>
 #include <QProcess>
@@ -167,7 +168,7 @@ void TestKelGate::everyGateTextHasBothLanguages()
 {
     QSettings english(QStringLiteral(KEL_SOURCE_DIR) + "/src/app/resource/lan/english.lan",
                       QSettings::IniFormat);
-    english.setIniCodec("UTF-8");
+    kel::useUtf8Ini(english);
     const QRegularExpression placeholder("%\\d");
     for (int id = 2224; id <= 2238; ++id) {
         const QString chinese = kel::text(id);

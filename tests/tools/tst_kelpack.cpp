@@ -4,6 +4,7 @@
 #include "kelpack_trees.h"
 #include "multilingual_management.h"
 #include "sandbox.h"
+#include "utf8_text.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -345,7 +346,7 @@ void TestKelpack::englishTextsAreComplete()
 {
     const auto table = [](const QString& path) {
         QSettings lan(path, QSettings::IniFormat);
-        lan.setIniCodec("UTF-8");
+        kel::useUtf8Ini(lan);
         QMap<int, QString> texts;
         for (const QString& group : lan.childGroups())
             texts.insert(group.toInt(), lan.value(group + "/string").toString());

@@ -18,8 +18,8 @@ namespace {
 
 const char kUsage[] =
     "usage: kelpack init NEW_TREE\n"
-    "       kelpack build PACKAGE_TREE OUTDIR [--program PATH] [--force] [--sign SECRET_KEY]\n"
-    "                     [--despite-errors]\n"
+    "       kelpack build PACKAGE_TREE OUTDIR [--program PATH] [--arch ARCH] [--force]\n"
+    "                     [--sign SECRET_KEY] [--despite-errors]\n"
     "       kelpack verify PACKAGE_TREE|STICK_PACKAGE_DIR [--json] [--keys PUBLIC_KEY_DIR]\n"
     "       kelpack info PACKAGE_TREE|STICK_PACKAGE_DIR [--json]\n"
     "       kelpack scramble PLAIN_INI SCRAMBLED_INI\n"
@@ -35,6 +35,8 @@ const char kUsage[] =
     "stick into OUTDIR only without errors; OUTDIR must be new or empty, --force replaces only\n"
     "the stick's own entries there (the package folder, language/, config/, qws/).\n"
     "--despite-errors writes a stick that has errors, to show on a test panel what they do.\n"
+    "--arch (or [stick] arch in kelpack.ini) names the panel's processor (armhf, arm64, amd64):\n"
+    "the program must be built for it, and without --program the installed one for it is taken.\n"
     "The package format: docs/package-format.md.\n"
     "Exit status: 0 done, 1 the work failed or verify found errors, 2 wrong usage.\n";
 
@@ -88,6 +90,7 @@ int build(const Arguments& args)
                          args.options.contains("--force"));
     builder.setDespiteErrors(args.options.contains("--despite-errors"));
     builder.setSigningKey(args.options.value("--sign"));
+    builder.setArch(args.options.value("--arch"));
     const bool built = builder.build();
     for (const QString& warning : builder.warnings())
         fprintf(stderr, "kelpack: warning: %s\n", warning.toUtf8().constData());
@@ -224,7 +227,7 @@ int main(int argc, char** argv)
     const QStringList rest = words.mid(1);
     Arguments args;
     if (command == "build")
-        args = parse(rest, {"--force", "--despite-errors"}, {"--program", "--sign"});
+        args = parse(rest, {"--force", "--despite-errors"}, {"--program", "--arch", "--sign"});
     else if (command == "verify")
         args = parse(rest, {"--json"}, {"--keys"});
     else if (command == "info")

@@ -9,8 +9,10 @@
 #include "manifest_lint.h"
 #include "package_keys.h"
 #include "package_signer.h"
+#include "program_arch.h"
 #include "qsettingsfactory.h"
 #include "stick_builder.h"
+#include "utf8_text.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -197,7 +199,7 @@ QSettings* PackageVerifier::openScrambled(const QString& file)
     if (!QSettingsFactory::decryptFile(m_dir + "/" + file, plain, QSettingsFactory::CRYPT_CHECKED))
         return nullptr;
     auto* settings = new QSettings(plain, QSettings::IniFormat);
-    settings->setIniCodec("UTF-8");
+    kel::useUtf8Ini(*settings);
     return settings;
 }
 
@@ -239,6 +241,8 @@ void PackageVerifier::verify()
     m_scratch = scratch.path();
     QSettingsFactory::setScratchPath(m_scratch + "/opened.ini");
     lintAll();
+    if (m_tree.isEmpty() && QFileInfo::exists(m_dir + "/" + kel::kProgramName))
+        checkProgramArch();
     GenerateConfigInfo root;
     MessageCollector messages;
     collect(&root, &messages);
@@ -831,7 +835,7 @@ void PackageVerifier::walkProject()
         return;
     }
     QSettings manifest(folder + "/project.ini", QSettings::IniFormat);
-    manifest.setIniCodec("UTF-8");
+    kel::useUtf8Ini(manifest);
     QStringList cleared;
     const char* const kinds[] = {"recipes", "history", "alarms", "initial values"};
     for (int k = 0; k < 4; ++k) {
@@ -1093,4 +1097,23 @@ void PackageVerifier::checkItemFolders(GenerateConfigInfo& root)
                     .arg(item.folder, item.key),
                 QString("%1=true to apply it, %1=false to leave it out on purpose").arg(item.key));
     }
+}
+
+void PackageVerifier::checkProgramArch()
+{
+    m_phase = "program";
+    const QString wanted = ProgramArch::recorded(m_dir);
+    QString why;
+    const QString arch = ProgramArch::of(m_dir + "/" + kel::kProgramName, &why);
+    step("start", kel::kProgramName, QString(),
+         (arch.isEmpty() ? why : "built for " + arch) +
+             (wanted.isEmpty() ? QString() : "; the stick was built for " + wanted));
+    if (!wanted.isEmpty() && arch != wanted)
+        add(false, kel::kProgramName, QString(), QString(),
+            (arch.isEmpty() ? why : "is built for " + arch) + ", but the stick was built for " +
+                wanted + " (" + ProgramArch::recordOfPackage(m_dir) +
+                "): a panel of that processor cannot start it",
+            "put the program built for " + wanted +
+                " there, or rebuild the stick with kelpack build --arch " + wanted,
+            wanted, arch.isEmpty() ? "unknown" : arch);
 }

@@ -70,6 +70,8 @@ private:
     void walkCommand(GenerateConfigInfo& root);
     void checkCommandFile(const QString& path, bool runDirectly);
     void checkItemFolders(GenerateConfigInfo& root);
+    // The stick's program against the processor the stick was built for.
+    void checkProgramArch();
 
     QString m_dir;
     QString m_tree;

@@ -3,8 +3,10 @@
 #include "package_signer.h"
 #include "package_verifier.h"
 #include "package_writer.h"
+#include "program_arch.h"
 #include "stick_output.h"
 #include "tree_copier.h"
+#include "utf8_text.h"
 
 #include <QDir>
 #include <QFile>
@@ -23,7 +25,7 @@ const char kShippedLanguages[] = ":/kelpack/languages/";
 QSettings* openPlain(const QString& path)
 {
     auto* settings = new QSettings(path, QSettings::IniFormat);
-    settings->setIniCodec("UTF-8");
+    kel::useUtf8Ini(*settings);
     return settings;
 }
 
@@ -117,18 +119,36 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
     if (!QFileInfo::exists(recipePath))
         return fail(recipePath + ": no recipe (kelpack.ini) in the package tree");
     QSettings recipe(recipePath, QSettings::IniFormat);
-    recipe.setIniCodec("UTF-8");
+    kel::useUtf8Ini(recipe);
     const QString stickGroup = QString(recipe::kStick) + "/";
     const QString folder = recipe.value(stickGroup + recipe::kFolder, "update").toString();
     if (folder.isEmpty() || folder.contains('/') || folder.startsWith('.') ||
         folder == "language" || folder == "config" || folder == "qws")
         return fail(recipePath + ": [stick] folder=" + folder +
                     " must be one plain folder name other than language, config and qws");
+    const QString arch =
+        m_arch.isEmpty() ? recipe.value(stickGroup + recipe::kArch).toString() : m_arch;
+    if (!m_checkOnly && m_program.isEmpty() && !recipe.contains(stickGroup + recipe::kProgram) &&
+        !arch.isEmpty()) {
+        m_program = ProgramArch::installedProgram(arch);
+        if (!QFileInfo(m_program).isFile())
+            return fail("no panel program for " + arch + " is installed (" + m_program +
+                        "): give --program PATH");
+    }
     if (m_program.isEmpty())
         m_program =
             QDir(m_tree).absoluteFilePath(recipe.value(stickGroup + recipe::kProgram).toString());
     if (!m_checkOnly && !QFileInfo(m_program).isFile())
         return fail("the program " + m_program + " does not exist (give --program PATH)");
+    QString why;
+    QString programArch;
+    if (!m_checkOnly) {
+        programArch = ProgramArch::of(m_program, &why);
+        if (!arch.isEmpty() && programArch != arch)
+            return fail((programArch.isEmpty() ? why : m_program + ": built for " + programArch) +
+                        ", but the stick is for " + arch +
+                        " ([stick] arch or --arch): give the program built for " + arch);
+    }
     *entries = QStringList{folder, "language", "config", "qws"};
 
     const QString package = stick + "/" + folder;
@@ -167,6 +187,9 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
                  QByteArray::number(recipe.value(stickGroup + recipe::kToolLanguage, 0).toInt()) +
                  "\n");
     config.close();
+    // The program's processor: the one asked for, if any (checked above).
+    if (!programArch.isEmpty() && !ProgramArch::writeRecord(stick, programArch, &why))
+        return fail(why);
 
     // Items first: the package-wide manifest may name files inside them.
     for (const char* item : {"system", "kelinfo"}) {

@@ -17,12 +17,14 @@ inline constexpr char kFolder[] = "folder";
 inline constexpr char kProgram[] = "program";
 inline constexpr char kLanguages[] = "languages";
 inline constexpr char kToolLanguage[] = "tool_language";
+// The panel's processor: the program must be built for it (see ProgramArch).
+inline constexpr char kArch[] = "arch";
 // The release the stick manifest for kelgate names (see PackageSigner).
 inline constexpr char kVersion[] = "version";
 inline constexpr char kModels[] = "models";
 inline constexpr char kReplaces[] = "replaces";
-inline constexpr const char* kStickKeys[] = {kFolder,  kProgram, kLanguages, kToolLanguage,
-                                             kVersion, kModels,  kReplaces};
+inline constexpr const char* kStickKeys[] = {kFolder, kProgram, kLanguages, kToolLanguage,
+                                             kArch,   kVersion, kModels,    kReplaces};
 inline constexpr char kLanguage[] = "language";
 inline constexpr char kLanguageFile[] = "file";
 inline constexpr char kLanguageNumber[] = "number";
@@ -50,6 +52,9 @@ public:
     // With a secret key file the stick gets a signed manifest; without one, a recipe that names
     // a version still gets an unsigned one.
     void setSigningKey(const QString& secretKeyFile) { m_signingKey = secretKeyFile; }
+    // The processor the stick is for: the program must be built for it; without a program the
+    // installed tools' program of that processor is taken. Overrides the recipe's [stick] arch.
+    void setArch(const QString& arch) { m_arch = arch; }
     QString error() const { return m_error; }
     // The findings of the check that build made.
     const VerifyReport& report() const { return m_report; }
@@ -76,6 +81,7 @@ private:
     bool m_checkOnly = false;
     bool m_despiteErrors = false;
     QString m_signingKey;
+    QString m_arch;
     QString m_error;
     VerifyReport m_report;
     QStringList m_warnings;

@@ -1,0 +1,257 @@
+#include "fixture.h"
+#include "sandbox.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QtTest>
+
+// The panel's processor in the package tool: which program build takes for --arch or the
+// recipe's arch, what info says of a stick's program, and what verify warns of. kelpack runs from
+// a copy laid out as installed (bin/kelpack beside lib/kelpack-tools/ARCH/kelloadui.bin), with
+// programs that are nothing but ELF headers.
+class TestKelpackArch : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase() { QDir(dir).removeRecursively(); }
+    void init();
+    void infoNamesTheProcessor_data();
+    void infoNamesTheProcessor();
+    void buildTakesTheProgramOfTheProcessor_data();
+    void buildTakesTheProgramOfTheProcessor();
+    void verifyWarnsOfAForeignProgram_data();
+    void verifyWarnsOfAForeignProgram();
+
+private:
+    int kelpack(const QStringList& args, QByteArray* out = nullptr, QByteArray* err = nullptr);
+    // The step of info's plan that starts the program, without its indent.
+    static QString programStep(const QByteArray& plan);
+    // A program for arch written at path: just its ELF header.
+    static void writeProgram(const QString& path, const QString& arch);
+    QString dir;
+    QString tree; // a fresh copy of the sample package tree
+};
+
+namespace {
+// ELF class, byte order, machine and flags of the processors the tools know, and two they do not.
+struct Header
+{
+    char elfClass;
+    char data;
+    quint16 machine;
+    quint32 flags;
+};
+const QMap<QString, Header> kHeaders{{"amd64", {2, 1, 62, 0}},         {"i386", {1, 1, 3, 0}},
+                                     {"arm64", {2, 1, 183, 0}},        {"armhf", {1, 1, 40, 0x400}},
+                                     {"armel", {1, 1, 40, 0}},         {"riscv64", {2, 1, 243, 0}},
+                                     {"big-endian arm", {1, 2, 40, 0}}};
+} // namespace
+
+void TestKelpackArch::writeProgram(const QString& path, const QString& arch)
+{
+    const Header h = kHeaders.value(arch);
+    QByteArray bytes(64, '\0');
+    bytes.replace(0, 4,
+                  "\x7f"
+                  "ELF");
+    bytes[4] = h.elfClass;
+    bytes[5] = h.data;
+    bytes[6] = 1;
+    bytes[16] = 2; // an executable
+    bytes[18] = static_cast<char>(h.machine & 0xff);
+    bytes[19] = static_cast<char>(h.machine >> 8);
+    const int flagsAt = h.elfClass == 1 ? 36 : 48;
+    for (int i = 0; i < 4; ++i)
+        bytes[flagsAt + i] = static_cast<char>(h.flags >> (8 * i));
+    fixture::writeFile(path, bytes);
+    QFile::setPermissions(path, QFile::permissions(path) | QFile::ExeOwner);
+}
+
+void TestKelpackArch::initTestCase()
+{
+    dir = sandbox::makeScratchDir("kelpack-arch");
+    QDir().mkpath(dir + "/bin");
+    QVERIFY(QFile::copy(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack", dir + "/bin/kelpack"));
+    QFile::setPermissions(dir + "/bin/kelpack",
+                          QFile::permissions(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack"));
+    // Installed: armhf and amd64, not arm64.
+    writeProgram(dir + "/lib/kelpack-tools/armhf/kelloadui.bin", "armhf");
+    writeProgram(dir + "/lib/kelpack-tools/amd64/kelloadui.bin", "amd64");
+}
+
+void TestKelpackArch::init()
+{
+    tree = dir + "/tree";
+    QDir(tree).removeRecursively();
+    QDir(dir + "/out").removeRecursively();
+    QCOMPARE(QProcess::execute(
+                 "cp", {"-R", QStringLiteral(KEL_SOURCE_DIR) + "/examples/sample/package", tree}),
+             0);
+}
+
+int TestKelpackArch::kelpack(const QStringList& args, QByteArray* out, QByteArray* err)
+{
+    QProcess tool;
+    tool.start(dir + "/bin/kelpack", args);
+    tool.waitForFinished();
+    if (out)
+        *out = tool.readAllStandardOutput();
+    if (err)
+        *err = tool.readAllStandardError();
+    return tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
+}
+
+QString TestKelpackArch::programStep(const QByteArray& plan)
+{
+    for (const QString& line : QString::fromUtf8(plan).split('\n')) {
+        if (line.trimmed().startsWith("start kelloadui.bin"))
+            return line.trimmed();
+    }
+    return QString();
+}
+
+void TestKelpackArch::infoNamesTheProcessor_data()
+{
+    QTest::addColumn<QString>("program"); // a header of kHeaders, or raw bytes after "raw:"
+    QTest::addColumn<QString>("detail");  // what info's step that starts the program says
+    QTest::newRow("armhf") << "armhf"
+                           << "(built for armhf; the stick was built for armhf)";
+    QTest::newRow("armel: soft float") << "armel"
+                                       << "(built for armel; the stick was built for armel)";
+    QTest::newRow("arm64") << "arm64"
+                           << "(built for arm64; the stick was built for arm64)";
+    QTest::newRow("amd64") << "amd64"
+                           << "(built for amd64; the stick was built for amd64)";
+    QTest::newRow("i386") << "i386"
+                          << "(built for i386; the stick was built for i386)";
+    QTest::newRow("unknown machine") << "riscv64"
+                                     << ": built for an unknown processor (ELF machine 243, "
+                                        "64-bit))";
+    QTest::newRow("big-endian") << "big-endian arm"
+                                << ": a big-endian program, which no panel runs)";
+    QTest::newRow("a script") << "raw:#!/bin/sh\necho hello\n"
+                              << ": not a Linux program (no ELF header))";
+    QTest::newRow("cut short") << "raw:\x7f"
+                                  "ELF\x01\x01"
+                               << ": not a Linux program (no ELF header))";
+}
+
+void TestKelpackArch::infoNamesTheProcessor()
+{
+    QFETCH(QString, program);
+    QFETCH(QString, detail);
+    INSIDE_SANDBOX_REQUIRED();
+    const QString path = dir + "/program";
+    if (program.startsWith("raw:"))
+        fixture::writeFile(path, program.mid(4).toLatin1());
+    else
+        writeProgram(path, program);
+    QByteArray err;
+    QCOMPARE(kelpack({"build", tree, dir + "/out", "--program", path}, nullptr, &err), 0);
+    QByteArray out;
+    kelpack({"info", dir + "/out/update"}, &out);
+    const QString step = programStep(out);
+    QVERIFY2(step.endsWith(detail), qPrintable(step));
+}
+
+void TestKelpackArch::buildTakesTheProgramOfTheProcessor_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QString>("recipeArch"); // [stick] arch in kelpack.ini, if any
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("taken"); // the processor of the stick's program, or the message
+    QTest::newRow("--arch armhf: the installed armhf program")
+        << QStringList{"--arch", "armhf"} << "" << 0 << "armhf";
+    QTest::newRow("recipe arch=amd64") << QStringList{} << "amd64" << 0 << "amd64";
+    QTest::newRow("--arch wins over the recipe")
+        << QStringList{"--arch", "armhf"} << "amd64" << 0 << "armhf";
+    QTest::newRow("nothing installed for arm64")
+        << QStringList{"--arch", "arm64"} << "" << 1 << "no panel program for arm64 is installed";
+    QTest::newRow("--program of another processor")
+        << QStringList{"--arch", "armhf", "--program", "PROGRAM_AMD64"} << "" << 1
+        << "built for amd64, but the stick is for armhf";
+    QTest::newRow("--program of the processor asked for")
+        << QStringList{"--arch", "amd64", "--program", "PROGRAM_AMD64"} << "" << 0 << "amd64";
+}
+
+void TestKelpackArch::buildTakesTheProgramOfTheProcessor()
+{
+    QFETCH(QStringList, options);
+    QFETCH(QString, recipeArch);
+    QFETCH(int, status);
+    QFETCH(QString, taken);
+    INSIDE_SANDBOX_REQUIRED();
+    writeProgram(dir + "/amd64-program", "amd64");
+    options.replaceInStrings("PROGRAM_AMD64", dir + "/amd64-program");
+    if (!recipeArch.isEmpty()) {
+        QFile recipe(tree + "/kelpack.ini");
+        QVERIFY(recipe.open(QIODevice::Append));
+        recipe.write("arch=" + recipeArch.toLatin1() + "\n"); // the recipe ends in [stick]
+    }
+    // The recipe's arch is one of its keys: verify does not call it unknown.
+    QByteArray treeFindings;
+    kelpack({"verify", tree}, &treeFindings);
+    QVERIFY2(!treeFindings.contains("arch"), treeFindings.constData());
+    QByteArray err;
+    QCOMPARE(kelpack(QStringList{"build", tree, dir + "/out"} + options, nullptr, &err), status);
+    if (status != 0) {
+        QVERIFY2(err.contains(taken.toUtf8()), err.constData());
+        QVERIFY(!QFile::exists(dir + "/out/update"));
+        return;
+    }
+    QByteArray out;
+    kelpack({"info", dir + "/out/update"}, &out);
+    QCOMPARE(programStep(out), "start kelloadui.bin (built for " + taken +
+                                   "; the stick was built for " + taken + ")");
+}
+
+void TestKelpackArch::verifyWarnsOfAForeignProgram_data()
+{
+    QTest::addColumn<QString>("builtFor");
+    QTest::addColumn<QString>("replacedBy"); // the program put on the stick afterwards
+    QTest::addColumn<bool>("warned");
+    QTest::newRow("armhf stick, armhf program") << "armhf"
+                                                << "" << false;
+    QTest::newRow("armhf stick, amd64 program") << "armhf"
+                                                << "amd64" << true;
+    QTest::newRow("armhf stick, arm64 program") << "armhf"
+                                                << "arm64" << true;
+    QTest::newRow("amd64 stick, armhf program") << "amd64"
+                                                << "armhf" << true;
+    QTest::newRow("armhf stick, a script") << "armhf"
+                                           << "script" << true;
+}
+
+void TestKelpackArch::verifyWarnsOfAForeignProgram()
+{
+    QFETCH(QString, builtFor);
+    QFETCH(QString, replacedBy);
+    QFETCH(bool, warned);
+    INSIDE_SANDBOX_REQUIRED();
+    QCOMPARE(kelpack({"build", tree, dir + "/out", "--arch", builtFor}), 0);
+    const QString program = dir + "/out/update/kelloadui.bin";
+    if (replacedBy == "script")
+        fixture::writeFile(program, "#!/bin/sh\n");
+    else if (!replacedBy.isEmpty())
+        writeProgram(program, replacedBy);
+    QByteArray out;
+    // A warning: the panel's processor decides.
+    QCOMPARE(kelpack({"verify", dir + "/out/update"}, &out), 0);
+    const QByteArray finding = "kelloadui.bin: warning: ";
+    const int at = out.indexOf(finding);
+    const QByteArray line = at < 0 ? QByteArray() : out.mid(at, out.indexOf('\n', at) - at);
+    QVERIFY2((at >= 0) == warned, out.constData());
+    if (!warned)
+        return;
+    QVERIFY2(line.contains("but the stick was built for " + builtFor.toUtf8()), line.constData());
+    const QByteArray actual = replacedBy == "script" ? "unknown" : replacedBy.toUtf8();
+    QVERIFY2(line.contains("(expected " + builtFor.toUtf8() + ", actual " + actual + ")"),
+             line.constData());
+}
+
+// In a sandbox: the reader opens manifests through a fixed scratch file in /tmp.
+KEL_SANDBOXED_TEST_MAIN(TestKelpackArch)
+#include "tst_kelpack_arch.moc"
