@@ -15,6 +15,8 @@ log=$state/update.log
 installed=$state/installed
 gate=${KELSWU_GATE:-/usr/bin/kelgate}
 lines=${KELSWU_FEEDBACK_LINES:-20}
+# How long the gate's red notice of a refused stick stays on the panel's screen: SWUpdate waits.
+notice=${KELSWU_NOTICE_SECONDS:-10}
 
 case ${1:-} in
 preinst)
@@ -41,7 +43,7 @@ if [ ! -x "$gate" ]; then
     exit 1
 fi
 cd "$(dirname "$program")" || exit 1
-"$gate" "$program" -s -nr "-p $log"
+"$gate" --notice-seconds "$notice" "$program" -s -nr "-p $log"
 status=$?
 tail -n "$lines" "$log" 2>/dev/null
 if [ "$(head -n 1 "$log" 2>/dev/null)" = "[成功]" ]; then
