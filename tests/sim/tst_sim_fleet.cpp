@@ -28,8 +28,6 @@ private:
     int run(const QString& program, const QStringList& args, QByteArray* out = nullptr);
     // path -> sha256 of every file and link below the panel's directories.
     QMap<QString, QByteArray> panelFiles() const;
-    // The offset and size of an entry's data in a cpio (newc) image.
-    static bool entry(const QByteArray& image, const QString& name, int* offset, int* size);
     QString dir;
     QString panel;
 };
@@ -72,23 +70,6 @@ QMap<QString, QByteArray> TestSimFleet::panelFiles() const
         }
     }
     return files;
-}
-
-bool TestSimFleet::entry(const QByteArray& image, const QString& name, int* offset, int* size)
-{
-    const int header = 110;
-    int at = 0;
-    while (at + header <= image.size() && image.mid(at, 6) == "070701") {
-        bool ok = false;
-        *size = image.mid(at + 54, 8).toInt(&ok, 16);
-        const int nameSize = image.mid(at + 94, 8).toInt(&ok, 16);
-        const QByteArray entryName = image.mid(at + header, nameSize - 1);
-        *offset = (at + header + nameSize + 3) & ~3;
-        if (entryName == name.toUtf8())
-            return true;
-        at = (*offset + *size + 3) & ~3;
-    }
-    return false;
 }
 
 namespace {
@@ -158,10 +139,10 @@ void TestSimFleet::delivery()
     QByteArray bytes = fixture::readFile(image);
     int offset = 0, size = 0;
     if (damage == StickArchiveChangedInImage) {
-        QVERIFY(entry(bytes, "stick.tar", &offset, &size));
+        QVERIFY(fixture::cpioEntry(bytes, "stick.tar", &offset, &size));
         bytes[offset + size / 2] = char(bytes[offset + size / 2] ^ 0x01);
     } else if (damage == DescriptionChangedInImage) {
-        QVERIFY(entry(bytes, "sw-description", &offset, &size));
+        QVERIFY(fixture::cpioEntry(bytes, "sw-description", &offset, &size));
         const int version = bytes.indexOf("\"1.2.0\"", offset);
         QVERIFY(version > offset && version < offset + size);
         bytes[version + 1] = '9';

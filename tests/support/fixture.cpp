@@ -24,6 +24,21 @@ QByteArray readFile(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+bool cpioEntry(const QByteArray& archive, const QByteArray& name, int* offset, int* size)
+{
+    const int header = 110;
+    int at = 0;
+    while (at + header <= archive.size() && archive.mid(at, 6) == "070701") {
+        *size = archive.mid(at + 54, 8).toInt(nullptr, 16);
+        const int nameSize = archive.mid(at + 94, 8).toInt(nullptr, 16);
+        *offset = (at + header + nameSize + 3) & ~3;
+        if (archive.mid(at + header, nameSize - 1) == name)
+            return true;
+        at = (*offset + *size + 3) & ~3;
+    }
+    return false;
+}
+
 void writeScrambledIni(const QString& path, const QByteArray& iniText)
 {
     QByteArray text = "\xEF\xBB\xBF# test manifest\n" + iniText;
