@@ -78,7 +78,8 @@ enum Damage
     Intact,
     StickFileChangedBeforeImage, // changed after kelpack sign, before kelpack swu
     StickArchiveChangedInImage,  // changed after kelpack swu
-    DescriptionChangedInImage
+    DescriptionChangedInImage,
+    PanelLacksDeletedFile // the update itself fails on the panel
 };
 } // namespace
 Q_DECLARE_METATYPE(Damage)
@@ -98,6 +99,9 @@ void TestSimFleet::delivery_data()
     QTest::newRow("stick file changed after the stick was signed")
         << StickFileChangedBeforeImage << "KEL-700"
         << "failure" << true << QString::fromUtf8("[失败]") << "update/files/panel.conf";
+    QTest::newRow("update fails on the panel")
+        << PanelLacksDeletedFile << "KEL-700"
+        << "failure" << true << QString::fromUtf8("[失败]") << "kelswu: the update failed";
     QTest::newRow("stick archive changed after the image was signed")
         << StickArchiveChangedInImage << "KEL-700"
         << "failure" << false << QString() << "HASH mismatch";
@@ -151,6 +155,8 @@ void TestSimFleet::delivery()
 
     QCOMPARE(run(QStringLiteral(KEL_SOURCE_DIR) + "/sim/seed-panel.sh", {panel}), 0);
     fixture::writeFile(panel + "/etc/kelgate/model", model.toUtf8() + "\n");
+    if (damage == PanelLacksDeletedFile)
+        QVERIFY(QFile::remove(panel + "/usr/vorn_app/config/obsolete.conf"));
     QDir().mkpath(panel + "/var/lib/kelswu");
     QDir().mkpath(panel + "/run");
     const QMap<QString, QByteArray> before = panelFiles();
@@ -192,9 +198,13 @@ void TestSimFleet::delivery()
         QVERIFY2(details.join('\n').contains(lastLine), qPrintable(lastLine));
     }
 
+    // A failed update leaves the gate's installed version; only the program's own run may have
+    // changed the panel before it failed.
     const QMap<QString, QByteArray> after = panelFiles();
     if (finished == "failure") {
-        QCOMPARE(after, before);
+        QCOMPARE(fixture::readFile(panel + "/var/lib/kelgate/version"), QByteArray("1.1.0\n"));
+        if (damage != PanelLacksDeletedFile)
+            QCOMPARE(after, before);
         return;
     }
     QVERIFY(after.value(panel + "/usr/vorn_app/vorn_app") !=
