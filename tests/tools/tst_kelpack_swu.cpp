@@ -25,7 +25,8 @@ private slots:
 
 private:
     int kelpack(const QStringList& args, QByteArray* out = nullptr);
-    int swu(const QStringList& extra = QStringList(), QByteArray* out = nullptr);
+    int swu(const QStringList& extra = QStringList(), QByteArray* out = nullptr,
+            const QString& signer = "signer");
     void makeCertificate(const QString& name, const QString& usage);
     QString dir;
     QString stick;
@@ -74,10 +75,10 @@ int TestKelpackSwu::kelpack(const QStringList& args, QByteArray* out)
     return tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
 }
 
-int TestKelpackSwu::swu(const QStringList& extra, QByteArray* out)
+int TestKelpackSwu::swu(const QStringList& extra, QByteArray* out, const QString& signer)
 {
-    return kelpack(QStringList{"swu", stick, image, "--cms-key", dir + "/signer.key", "--cms-cert",
-                               dir + "/signer.pem"} +
+    return kelpack(QStringList{"swu", stick, image, "--cms-key", dir + "/" + signer + ".key",
+                               "--cms-cert", dir + "/" + signer + ".pem"} +
                        extra,
                    out);
 }
@@ -230,7 +231,10 @@ void TestKelpackSwu::verifyFinds()
 
     if (change == ForceOver)
         fixture::writeFile(image, "old image");
-    QCOMPARE(swu(change == ForceOver ? QStringList{"--force"} : QStringList()), 0);
+    const bool codeSigning = cert == "codesigner";
+    QCOMPARE(swu(change == ForceOver ? QStringList{"--force"} : QStringList(), nullptr,
+                 codeSigning ? cert : "signer"),
+             0);
     QByteArray bytes = fixture::readFile(image);
     int offset = 0, size = 0;
     if (change == ByteInPart) {

@@ -107,10 +107,10 @@ bool CmsSignature::verify(const QByteArray& data, const QByteArray& signature,
         *error = "the signature is not a DER CMS structure" + sslReason();
         return false;
     }
-    // The certificate is the trust anchor, checked for the purpose the panel checks.
+    // The certificate is the trust anchor; CMS_verify checks it for S/MIME signing (e-mail
+    // protection) as the panel's SWUpdate does by default.
     Store store(X509_STORE_new());
     X509_STORE_add_cert(store.get(), cert.get());
-    X509_STORE_set_purpose(store.get(), X509_PURPOSE_SMIME_SIGN);
     Bio content(BIO_new_mem_buf(data.constData(), data.size()));
     if (CMS_verify(cms.get(), nullptr, store.get(), content.get(), nullptr, CMS_BINARY) != 1) {
         *error = "the signature does not match with the certificate " + certFile + sslReason();
