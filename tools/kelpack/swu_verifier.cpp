@@ -109,7 +109,7 @@ bool SwuVerifier::verify(const QString& stickDir)
         QByteArray chunk(int(kChunk), Qt::Uninitialized);
         la_ssize_t got;
         while ((got = archive_read_data(in.get(), chunk.data(), size_t(chunk.size()))) > 0) {
-            hash.addData(chunk.constData(), int(got));
+            hash.addData(QByteArray::fromRawData(chunk.constData(), int(got)));
             if (isStick && stick.write(chunk.constData(), got) != got) {
                 m_error = stick.fileName() + ": cannot write it: " + stick.errorString();
                 return false;
