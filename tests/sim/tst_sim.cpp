@@ -260,25 +260,27 @@ void TestSim::exitStatus()
 void TestSim::helpAndVersion_data()
 {
     QTest::addColumn<QString>("tool");
-    QTest::addColumn<QString>("option");
+    QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("firstLine");
     const QString kelpack = QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack";
     for (const QString& tool : {kKelsim, kelpack}) {
         const QString name = QFileInfo(tool).fileName();
-        QTest::newRow(qPrintable(name + " help")) << tool << "--help"
-                                                  << "usage: " + name + " ";
+        QTest::newRow(qPrintable(name + " help"))
+            << tool << QStringList{"--help"} << "usage: " + name + " ";
         QTest::newRow(qPrintable(name + " version"))
-            << tool << "--version" << name + " " + KEL_VERSION + "\n";
+            << tool << QStringList{"--version"} << name + " " + KEL_VERSION + "\n";
     }
+    QTest::newRow("kelpack build --help")
+        << kelpack << QStringList{"build", "--help"} << "usage: kelpack ";
 }
 
 void TestSim::helpAndVersion()
 {
     QFETCH(QString, tool);
-    QFETCH(QString, option);
+    QFETCH(QStringList, arguments);
     QFETCH(QString, firstLine);
     QProcess process;
-    process.start(tool, {option});
+    process.start(tool, arguments);
     QVERIFY(process.waitForFinished());
     QCOMPARE(process.exitCode(), 0);
     QVERIFY(process.readAllStandardError().isEmpty());
