@@ -95,14 +95,12 @@ QString sha256(const QString& path)
 QString TestSim::simulate(const QString& stickDir, const QStringList& simOptions,
                           const QStringList& programOptions)
 {
-    QProcess sim;
-    sim.setProcessChannelMode(QProcess::MergedChannels);
-    sim.start(kKelsim, QStringList{"--panel", dir + "/panel", "--timeout", "90"} + simOptions +
-                           QStringList{stickDir} + programOptions);
-    if (!sim.waitForFinished(180000))
-        sim.kill();
-    status = sim.exitStatus() == QProcess::NormalExit ? sim.exitCode() : -1;
-    return QString::fromUtf8(sim.readAll());
+    QByteArray out;
+    status = fixture::run(kKelsim,
+                          QStringList{"--panel", dir + "/panel", "--timeout", "90"} + simOptions +
+                              QStringList{stickDir} + programOptions,
+                          &out, &out);
+    return QString::fromUtf8(out);
 }
 
 void TestSim::editManifest(const QString& relativePath, const QByteArray& from,
@@ -279,13 +277,10 @@ void TestSim::helpAndVersion()
     QFETCH(QString, tool);
     QFETCH(QStringList, arguments);
     QFETCH(QString, firstLine);
-    QProcess process;
-    process.start(tool, arguments);
-    QVERIFY(process.waitForFinished());
-    QCOMPARE(process.exitCode(), 0);
-    QVERIFY(process.readAllStandardError().isEmpty());
-    QVERIFY2(QString::fromUtf8(process.readAllStandardOutput()).startsWith(firstLine),
-             qPrintable(firstLine));
+    QByteArray out, err;
+    QCOMPARE(fixture::run(tool, arguments, &out, &err), 0);
+    QVERIFY2(err.isEmpty(), err.constData());
+    QVERIFY2(QString::fromUtf8(out).startsWith(firstLine), qPrintable(firstLine));
 }
 
 void TestSim::stubbornRuntimeIsKilled()
