@@ -6,7 +6,6 @@
 
 #include <QCryptographicHash>
 #include <QDir>
-#include <QProcess>
 #include <QtTest>
 #include <sys/stat.h>
 
@@ -26,7 +25,6 @@ private slots:
     void installedVersionIsRecordedOnSuccessOnly();
 
 private:
-    int kelpack(const QStringList& args);
     QString dir;
     QString stick;
     QString package;
@@ -53,19 +51,11 @@ enum Damage
 Q_DECLARE_METATYPE(Damage)
 Q_DECLARE_METATYPE(StickCheck::Result)
 
-int TestStickCheck::kelpack(const QStringList& args)
-{
-    QProcess tool;
-    tool.start(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack", args);
-    tool.waitForFinished();
-    return tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
-}
-
 void TestStickCheck::initTestCase()
 {
     dir = sandbox::makeScratchDir("stickcheck");
-    QCOMPARE(kelpack({"keygen", dir + "/vendor"}), 0);
-    QCOMPARE(kelpack({"keygen", dir + "/other"}), 0);
+    QCOMPARE(fixture::kelpack({"keygen", dir + "/vendor"}), 0);
+    QCOMPARE(fixture::kelpack({"keygen", dir + "/other"}), 0);
     fixture::writeFile(dir + "/elsewhere/passwd", "root:x:0:0\n");
     for (const char* key : {"vendor", "other"}) {
         QDir().mkpath(dir + "/" + key + "-keys");
@@ -186,8 +176,9 @@ void TestStickCheck::verdict()
     QFETCH(StickCheck::Result, result);
     QFETCH(QString, argument);
 
-    QCOMPARE(kelpack({"sign", package, signedStick ? dir + "/vendor.key" : "--unsigned",
-                      "--version", "1.2.0", "--models", "KEL-700,KEL-1000", "--replaces", "1.0.0"}),
+    QCOMPARE(fixture::kelpack({"sign", package, signedStick ? dir + "/vendor.key" : "--unsigned",
+                               "--version", "1.2.0", "--models", "KEL-700,KEL-1000", "--replaces",
+                               "1.0.0"}),
              0);
     const QString target = stick + "/" + path;
     const QString manifest = package + "/kelgate.manifest";

@@ -95,14 +95,12 @@ QString sha256(const QString& path)
 QString TestSim::simulate(const QString& stickDir, const QStringList& simOptions,
                           const QStringList& programOptions)
 {
-    QProcess sim;
-    sim.setProcessChannelMode(QProcess::MergedChannels);
-    sim.start(kKelsim, QStringList{"--panel", dir + "/panel", "--timeout", "90"} + simOptions +
-                           QStringList{stickDir} + programOptions);
-    if (!sim.waitForFinished(180000))
-        sim.kill();
-    status = sim.exitStatus() == QProcess::NormalExit ? sim.exitCode() : -1;
-    return QString::fromUtf8(sim.readAll());
+    QByteArray out;
+    status = fixture::run(kKelsim,
+                          QStringList{"--panel", dir + "/panel", "--timeout", "90"} + simOptions +
+                              QStringList{stickDir} + programOptions,
+                          &out, &out);
+    return QString::fromUtf8(out);
 }
 
 void TestSim::editManifest(const QString& relativePath, const QByteArray& from,
@@ -260,30 +258,29 @@ void TestSim::exitStatus()
 void TestSim::helpAndVersion_data()
 {
     QTest::addColumn<QString>("tool");
-    QTest::addColumn<QString>("option");
+    QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("firstLine");
     const QString kelpack = QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack";
     for (const QString& tool : {kKelsim, kelpack}) {
         const QString name = QFileInfo(tool).fileName();
-        QTest::newRow(qPrintable(name + " help")) << tool << "--help"
-                                                  << "usage: " + name + " ";
+        QTest::newRow(qPrintable(name + " help"))
+            << tool << QStringList{"--help"} << "usage: " + name + " ";
         QTest::newRow(qPrintable(name + " version"))
-            << tool << "--version" << name + " " + KEL_VERSION + "\n";
+            << tool << QStringList{"--version"} << name + " " + KEL_VERSION + "\n";
     }
+    QTest::newRow("kelpack build --help")
+        << kelpack << QStringList{"build", "--help"} << "usage: kelpack ";
 }
 
 void TestSim::helpAndVersion()
 {
     QFETCH(QString, tool);
-    QFETCH(QString, option);
+    QFETCH(QStringList, arguments);
     QFETCH(QString, firstLine);
-    QProcess process;
-    process.start(tool, {option});
-    QVERIFY(process.waitForFinished());
-    QCOMPARE(process.exitCode(), 0);
-    QVERIFY(process.readAllStandardError().isEmpty());
-    QVERIFY2(QString::fromUtf8(process.readAllStandardOutput()).startsWith(firstLine),
-             qPrintable(firstLine));
+    QByteArray out, err;
+    QCOMPARE(fixture::run(tool, arguments, &out, &err), 0);
+    QVERIFY2(err.isEmpty(), err.constData());
+    QVERIFY2(QString::fromUtf8(out).startsWith(firstLine), qPrintable(firstLine));
 }
 
 void TestSim::stubbornRuntimeIsKilled()

@@ -7,7 +7,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QStandardPaths>
 #include <QtTest>
 
@@ -25,7 +24,6 @@ private slots:
     void delivery();
 
 private:
-    int run(const QString& program, const QStringList& args, QByteArray* out = nullptr);
     // path -> sha256 of every file and link below the panel's directories.
     QMap<QString, QByteArray> panelFiles() const;
     QString dir;
@@ -38,23 +36,11 @@ void TestSimFleet::initTestCase()
     if (QStandardPaths::findExecutable("swupdate").isEmpty())
         QSKIP("swupdate is not installed (scripts/install-deps.sh installs it)");
     dir = sandbox::makeScratchDir("simfleet");
-    QCOMPARE(run("openssl",
-                 {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", dir + "/signer.key",
-                  "-out", dir + "/signer.pem", "-subj", "/CN=plant image signer", "-days", "2",
-                  "-addext", "extendedKeyUsage=emailProtection"}),
+    QCOMPARE(fixture::run("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout",
+                                      dir + "/signer.key", "-out", dir + "/signer.pem", "-subj",
+                                      "/CN=plant image signer", "-days", "2", "-addext",
+                                      "extendedKeyUsage=emailProtection"}),
              0);
-}
-
-int TestSimFleet::run(const QString& program, const QStringList& args, QByteArray* out)
-{
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(program, args);
-    if (!process.waitForFinished(200000))
-        process.kill();
-    if (out)
-        *out = process.readAll();
-    return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
 
 QMap<QString, QByteArray> TestSimFleet::panelFiles() const
@@ -122,23 +108,22 @@ void TestSimFleet::delivery()
     QFETCH(QString, report);
     QFETCH(QString, reason);
 
-    const QString kelpack = QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack";
     const QString stick = dir + "/stick", image = dir + "/update.swu";
     panel = dir + "/panel";
     QDir(stick).removeRecursively();
     QDir(panel).removeRecursively();
     QFile::remove(image);
-    QCOMPARE(run("cp", {"-R", QStringLiteral(KEL_BINARY_DIR) + "/examples/stick", stick}), 0);
-    QCOMPARE(run(kelpack, {"sign", stick + "/update", "--unsigned", "--version", "1.2.0",
-                           "--models", "KEL-700,KEL-1000"}),
+    QCOMPARE(fixture::run("cp", {"-R", QStringLiteral(KEL_BINARY_DIR) + "/examples/stick", stick}),
+             0);
+    QCOMPARE(fixture::kelpack({"sign", stick + "/update", "--unsigned", "--version", "1.2.0",
+                               "--models", "KEL-700,KEL-1000"}),
              0);
     if (damage == StickFileChangedBeforeImage)
         fixture::writeFile(stick + "/update/files/panel.conf", "bright=100\n");
     QByteArray out;
-    QCOMPARE(run(kelpack,
-                 {"swu", stick, image, "--cms-key", dir + "/signer.key", "--cms-cert",
-                  dir + "/signer.pem"},
-                 &out),
+    QCOMPARE(fixture::kelpack({"swu", stick, image, "--cms-key", dir + "/signer.key", "--cms-cert",
+                               dir + "/signer.pem"},
+                              &out, &out),
              0);
     QByteArray bytes = fixture::readFile(image);
     int offset = 0, size = 0;
@@ -153,7 +138,7 @@ void TestSimFleet::delivery()
     }
     fixture::writeFile(image, bytes);
 
-    QCOMPARE(run(QStringLiteral(KEL_SOURCE_DIR) + "/sim/seed-panel.sh", {panel}), 0);
+    QCOMPARE(fixture::run(QStringLiteral(KEL_SOURCE_DIR) + "/sim/seed-panel.sh", {panel}), 0);
     fixture::writeFile(panel + "/etc/kelgate/model", model.toUtf8() + "\n");
     if (damage == PanelLacksDeletedFile)
         QVERIFY(QFile::remove(panel + "/usr/vorn_app/config/obsolete.conf"));
@@ -164,13 +149,13 @@ void TestSimFleet::delivery()
     qputenv("KELSWU_GATE", KEL_BINARY_DIR "/tools/kelgate/kelgate");
     qputenv("KELSWU_CERT", (dir + "/signer.pem").toUtf8());
     qputenv("QT_QPA_PLATFORM", "offscreen");
-    const int status =
-        run(KEL_SANDBOX_SCRIPT,
-            {"--bind", panel + "/etc/kelgate:/etc/kelgate", "--bind",
-             panel + "/var/lib/kelgate:/var/lib/kelgate", "--bind",
-             panel + "/var/lib/kelswu:/var/lib/kelswu", panel,
-             QStringLiteral(KEL_SOURCE_DIR) + "/tests/sim/fleet-session.sh", panel + "/run", image},
-            &out);
+    const int status = fixture::run(KEL_SANDBOX_SCRIPT,
+                                    {"--bind", panel + "/etc/kelgate:/etc/kelgate", "--bind",
+                                     panel + "/var/lib/kelgate:/var/lib/kelgate", "--bind",
+                                     panel + "/var/lib/kelswu:/var/lib/kelswu", panel,
+                                     QStringLiteral(KEL_SOURCE_DIR) + "/tests/sim/fleet-session.sh",
+                                     panel + "/run", image},
+                                    &out, &out);
     QVERIFY2(status == 0, out.constData());
 
     // The last feedback closes the action with the expected result.

@@ -27,7 +27,6 @@ private slots:
     void withoutKeysUncheckedSticksRunAsBefore();
 
 private:
-    int kelpack(const QStringList& args);
     void sign(const QString& key);
     // Runs the stick through the simulator, the gate in front of the program, on a panel of
     // model with installed version that trusts the keys in keysDir.
@@ -47,7 +46,7 @@ void TestSimGate::initTestCase()
     MultilingualManager::GetInstance()->loadMultilingualFile(QString(), kel::kDefaultLanguageFile);
     dir = sandbox::makeScratchDir("simgate");
     for (const char* name : {"vendor", "other"}) {
-        QCOMPARE(kelpack({"keygen", dir + "/" + name}), 0);
+        QCOMPARE(fixture::kelpack({"keygen", dir + "/" + name}), 0);
         QDir().mkpath(dir + "/" + name + "-keys");
         QVERIFY(QFile::copy(dir + "/" + name + ".pub", dir + "/" + name + "-keys/key.pub"));
     }
@@ -65,18 +64,11 @@ void TestSimGate::init()
     fixture::writeFile(stick + "/language/0001.lan", "[1000]\nstring=Warning\n");
 }
 
-int TestSimGate::kelpack(const QStringList& args)
-{
-    QProcess tool;
-    tool.start(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack", args);
-    tool.waitForFinished(60000);
-    return tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
-}
-
 void TestSimGate::sign(const QString& key)
 {
-    QCOMPARE(kelpack({"sign", stick + "/update", key.isEmpty() ? "--unsigned" : dir + "/" + key,
-                      "--version", "1.2.0", "--models", "KEL-700,KEL-1000", "--replaces", "1.0.0"}),
+    QCOMPARE(fixture::kelpack({"sign", stick + "/update",
+                               key.isEmpty() ? "--unsigned" : dir + "/" + key, "--version", "1.2.0",
+                               "--models", "KEL-700,KEL-1000", "--replaces", "1.0.0"}),
              0);
 }
 
@@ -90,15 +82,13 @@ QString TestSimGate::simulate(const QString& keysDir, const QString& model,
     QProcess::execute("cp", {"-R", dir + "/" + keysDir, panel + "/etc/kelgate/keys"});
     fixture::writeFile(panel + "/etc/kelgate/model", model.toUtf8() + "\n");
     fixture::writeFile(panel + "/var/lib/kelgate/version", installed.toUtf8() + "\n");
-    QProcess sim;
-    sim.setProcessChannelMode(QProcess::MergedChannels);
-    sim.start(QStringLiteral(KEL_SOURCE_DIR) + "/sim/kelsim",
-              {"--panel", panel, "--timeout", "90", "--gate",
-               QStringLiteral(KEL_BINARY_DIR) + "/tools/kelgate/kelgate", stick, "-s", "-nr"});
-    if (!sim.waitForFinished(180000))
-        sim.kill();
-    status = sim.exitStatus() == QProcess::NormalExit ? sim.exitCode() : -1;
-    return QString::fromUtf8(sim.readAll());
+    QByteArray out;
+    status = fixture::run(QStringLiteral(KEL_SOURCE_DIR) + "/sim/kelsim",
+                          {"--panel", panel, "--timeout", "90", "--gate",
+                           QStringLiteral(KEL_BINARY_DIR) + "/tools/kelgate/kelgate", stick, "-s",
+                           "-nr"},
+                          &out, &out);
+    return QString::fromUtf8(out);
 }
 
 QByteArray TestSimGate::installedVersion() const

@@ -24,6 +24,29 @@ QByteArray readFile(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+int run(const QString& program, const QStringList& args, QByteArray* out, QByteArray* err,
+        const QString& workDir)
+{
+    QProcess process;
+    process.setWorkingDirectory(workDir);
+    if (out && out == err)
+        process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program, args);
+    const bool ended = process.waitForFinished(180000);
+    if (out)
+        *out = process.readAllStandardOutput();
+    if (err && err != out)
+        *err = process.readAllStandardError();
+    if (!ended)
+        process.kill();
+    return ended && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+}
+
+int kelpack(const QStringList& args, QByteArray* out, QByteArray* err, const QString& workDir)
+{
+    return run(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack", args, out, err, workDir);
+}
+
 bool cpioEntry(const QByteArray& archive, const QByteArray& name, int* offset, int* size)
 {
     const int header = 110;

@@ -14,6 +14,14 @@ namespace fixture {
 void writeFile(const QString& path, const QByteArray& bytes);
 QByteArray readFile(const QString& path);
 
+// Runs program to its end (three minutes at the most): its exit status, or -1 when it crashed or
+// hung. out and err receive its output; the same buffer for both gets the two interleaved.
+int run(const QString& program, const QStringList& args, QByteArray* out = nullptr,
+        QByteArray* err = nullptr, const QString& workDir = QString());
+// Runs this build's package tool, like run().
+int kelpack(const QStringList& args, QByteArray* out = nullptr, QByteArray* err = nullptr,
+            const QString& workDir = QString());
+
 // The offset and size of an entry's data in a cpio archive of the "newc" kind (an SWUpdate
 // image); false when it holds no entry of that name.
 bool cpioEntry(const QByteArray& archive, const QByteArray& name, int* offset, int* size);

@@ -12,21 +12,6 @@
 // simulated panel does with a stick of the same tree.
 namespace trees {
 
-// Runs the package tool; its exit status, or -1 when it crashed.
-inline int kelpack(const QStringList& args, QByteArray* out = nullptr, QByteArray* err = nullptr,
-                   const QString& workDir = QString())
-{
-    QProcess tool;
-    tool.setWorkingDirectory(workDir);
-    tool.start(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack", args);
-    tool.waitForFinished();
-    if (out)
-        *out = tool.readAllStandardOutput();
-    if (err)
-        *err = tool.readAllStandardError();
-    return tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
-}
-
 // The sample tree without its delete record (a correct tree that verify finds nothing in),
 // copied to dir/tree and changed by edits: triples of file, text and replacement; an empty text
 // writes the file. The stick of an earlier case (dir/out) is removed.

@@ -16,7 +16,7 @@
 #include <QSettings>
 #include <QtTest>
 
-using trees::kelpack;
+using fixture::kelpack;
 
 // The package tool as integrators use it: what it writes is read back by the updater's reader,
 // verify predicts each packaging mistake, and the panel speaks the English texts it ships.

@@ -94,14 +94,7 @@ void TestKelpackArch::init()
 
 int TestKelpackArch::kelpack(const QStringList& args, QByteArray* out, QByteArray* err)
 {
-    QProcess tool;
-    tool.start(dir + "/bin/kelpack", args);
-    tool.waitForFinished();
-    if (out)
-        *out = tool.readAllStandardOutput();
-    if (err)
-        *err = tool.readAllStandardError();
-    return tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
+    return fixture::run(dir + "/bin/kelpack", args, out, err);
 }
 
 QString TestKelpackArch::programStep(const QByteArray& plan)

@@ -8,7 +8,7 @@
 #include <QStandardPaths>
 #include <QtTest>
 
-using trees::kelpack;
+using fixture::kelpack;
 
 // What verify predicts, shown on the simulated panel: a stick of each mistaken tree fails there
 // or does harm, a stick of the correct tree and of the starter tree updates the panel.
@@ -45,18 +45,21 @@ int TestKelpackPanel::simulate(const QString& stick, int runs, QString* out,
 {
     int status = -1;
     for (int run = 0; run < runs; ++run) {
-        QProcess sim;
-        sim.setProcessChannelMode(QProcess::MergedChannels);
-        sim.setEnvironment(QProcess::systemEnvironment() + environment);
-        sim.start(
-            QStringLiteral(KEL_SOURCE_DIR) + "/sim/kelsim",
-            QStringList{"--panel", dir + "/panel", "--screenshots", "none", "--timeout", "90"} +
-                simOptions + (run == 0 ? QStringList{"--fresh"} : QStringList()) +
-                QStringList{stick, "-s", "-nr"});
-        if (!sim.waitForFinished(180000))
-            sim.kill();
-        status = sim.exitStatus() == QProcess::NormalExit ? sim.exitCode() : -1;
-        *out = QString::fromUtf8(sim.readAll());
+        // env puts the case's variables in front of the simulator.
+        QStringList args = environment;
+        args << QStringLiteral(KEL_SOURCE_DIR) + "/sim/kelsim"
+             << "--panel" << dir + "/panel"
+             << "--screenshots"
+             << "none"
+             << "--timeout"
+             << "90" << simOptions;
+        if (run == 0)
+            args << "--fresh";
+        args << stick << "-s"
+             << "-nr";
+        QByteArray output;
+        status = fixture::run("/usr/bin/env", args, &output, &output);
+        *out = QString::fromUtf8(output);
     }
     return status;
 }

@@ -37,13 +37,7 @@ void TestKelpackSign::initTestCase()
 
 int TestKelpackSign::kelpack(const QStringList& args, QByteArray* out)
 {
-    QProcess tool;
-    tool.setProcessChannelMode(QProcess::MergedChannels);
-    tool.start(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack", args);
-    tool.waitForFinished(120000);
-    if (out)
-        *out = tool.readAll();
-    return tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
+    return fixture::kelpack(args, out, out);
 }
 
 void TestKelpackSign::keygenWritesAPrivateKeyOnce()

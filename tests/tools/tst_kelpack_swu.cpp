@@ -4,7 +4,6 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>
-#include <QProcess>
 #include <QtTest>
 
 // SWUpdate images of sticks as an integrator makes and checks them with the package tool: what
@@ -24,7 +23,6 @@ private slots:
     void verifyFinds();
 
 private:
-    int kelpack(const QStringList& args, QByteArray* out = nullptr);
     int swu(const QStringList& extra = QStringList(), QByteArray* out = nullptr,
             const QString& signer = "signer");
     void makeCertificate(const QString& name, const QString& usage);
@@ -43,10 +41,10 @@ void TestKelpackSwu::initTestCase()
 
 void TestKelpackSwu::makeCertificate(const QString& name, const QString& usage)
 {
-    QCOMPARE(QProcess::execute("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes",
-                                           "-keyout", dir + "/" + name + ".key", "-out",
-                                           dir + "/" + name + ".pem", "-subj", "/CN=" + name,
-                                           "-days", "2", "-addext", "extendedKeyUsage=" + usage}),
+    QCOMPARE(fixture::run("openssl",
+                          {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout",
+                           dir + "/" + name + ".key", "-out", dir + "/" + name + ".pem", "-subj",
+                           "/CN=" + name, "-days", "2", "-addext", "extendedKeyUsage=" + usage}),
              0);
 }
 
@@ -56,31 +54,20 @@ void TestKelpackSwu::init()
     image = dir + "/update.swu";
     QDir(stick).removeRecursively();
     QFile::remove(image);
-    QCOMPARE(
-        QProcess::execute("cp", {"-R", QStringLiteral(KEL_BINARY_DIR) + "/examples/stick", stick}),
-        0);
-    QCOMPARE(kelpack({"sign", stick + "/update", "--unsigned", "--version", "1.2.0", "--models",
-                      "KEL-700,KEL-1000"}),
+    QCOMPARE(fixture::run("cp", {"-R", QStringLiteral(KEL_BINARY_DIR) + "/examples/stick", stick}),
              0);
-}
-
-int TestKelpackSwu::kelpack(const QStringList& args, QByteArray* out)
-{
-    QProcess tool;
-    tool.setProcessChannelMode(QProcess::MergedChannels);
-    tool.start(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack", args);
-    tool.waitForFinished(120000);
-    if (out)
-        *out = tool.readAll();
-    return tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1;
+    QCOMPARE(fixture::kelpack({"sign", stick + "/update", "--unsigned", "--version", "1.2.0",
+                               "--models", "KEL-700,KEL-1000"}),
+             0);
 }
 
 int TestKelpackSwu::swu(const QStringList& extra, QByteArray* out, const QString& signer)
 {
-    return kelpack(QStringList{"swu", stick, image, "--cms-key", dir + "/" + signer + ".key",
-                               "--cms-cert", dir + "/" + signer + ".pem"} +
-                       extra,
-                   out);
+    return fixture::kelpack(QStringList{"swu", stick, image, "--cms-key",
+                                        dir + "/" + signer + ".key", "--cms-cert",
+                                        dir + "/" + signer + ".pem"} +
+                                extra,
+                            out, out);
 }
 
 void TestKelpackSwu::imageCarriesTheStickAsItIs()
@@ -108,7 +95,7 @@ void TestKelpackSwu::imageCarriesTheStickAsItIs()
     const QString unpacked = dir + "/unpacked";
     QDir(unpacked).removeRecursively();
     QDir().mkpath(unpacked);
-    QCOMPARE(QProcess::execute("tar", {"-xf", dir + "/stick.tar", "-C", unpacked}), 0);
+    QCOMPARE(fixture::run("tar", {"-xf", dir + "/stick.tar", "-C", unpacked}), 0);
     int files = 0;
     QDirIterator it(stick, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
                     QDirIterator::Subdirectories);
@@ -170,7 +157,7 @@ void TestKelpackSwu::swuRefuses()
     }
     const bool existed = QFileInfo::exists(image);
     QByteArray out;
-    QCOMPARE(kelpack(words, &out), status);
+    QCOMPARE(fixture::kelpack(words, &out, &out), status);
     QVERIFY2(out.contains(message.toUtf8()), out.constData());
     // Nothing is written, and an existing file stays as it was.
     QCOMPARE(fixture::readFile(image), existed ? QByteArray("old image") : QByteArray());
@@ -245,7 +232,9 @@ void TestKelpackSwu::verifyFinds()
     }
     fixture::writeFile(image, bytes);
     QByteArray out;
-    QCOMPARE(kelpack({"verify", image, "--cms-cert", dir + "/" + cert + ".pem"}, &out), status);
+    QCOMPARE(
+        fixture::kelpack({"verify", image, "--cms-cert", dir + "/" + cert + ".pem"}, &out, &out),
+        status);
     QVERIFY2(out.contains(message.toUtf8()), out.constData());
     // A good image goes on to the stick's own verification.
     QCOMPARE(out.contains("kelgate.manifest: warning: the manifest is not signed"), status == 0);

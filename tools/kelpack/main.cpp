@@ -257,7 +257,7 @@ int main(int argc, char** argv)
     if (words.isEmpty())
         return usageError();
     const QString command = words.first();
-    if (command == "--help" || command == "-h") {
+    if (command == "--help" || command == "-h" || words.contains("--help")) {
         fputs(kUsage, stdout);
         return 0;
     }
