@@ -21,8 +21,9 @@ mirror=${KEL_DEBIAN_MIRROR:-http://deb.debian.org/debian}
 keyring=/usr/share/keyrings/debian-archive-keyring.gpg
 # The program, its unit tests and a run on a simulated screen: Qt's widgets, test library and
 # platform plugins, zlib, xcb (the simulator's screen grabber), libsodium (stick signatures),
+# libarchive and libcrypto (SWUpdate images),
 # the target's C and C++ files.
-packages="qtbase5-dev libqt5test5 zlib1g-dev libxcb1-dev libsodium-dev libc6-dev libstdc++-12-dev"
+packages="qtbase5-dev libqt5test5 zlib1g-dev libxcb1-dev libsodium-dev libarchive-dev libssl-dev libc6-dev libstdc++-12-dev"
 stamp="$dir/prepared"
 [ -f "$stamp" ] && [ "$(cat "$stamp")" = "$arch $packages $mirror" ] && exit 0
 for tool in moc rcc uic qmake; do

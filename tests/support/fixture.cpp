@@ -47,6 +47,21 @@ int kelpack(const QStringList& args, QByteArray* out, QByteArray* err, const QSt
     return run(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack", args, out, err, workDir);
 }
 
+bool cpioEntry(const QByteArray& archive, const QByteArray& name, int* offset, int* size)
+{
+    const int header = 110;
+    int at = 0;
+    while (at + header <= archive.size() && archive.mid(at, 6) == "070701") {
+        *size = archive.mid(at + 54, 8).toInt(nullptr, 16);
+        const int nameSize = archive.mid(at + 94, 8).toInt(nullptr, 16);
+        *offset = (at + header + nameSize + 3) & ~3;
+        if (archive.mid(at + header, nameSize - 1) == name)
+            return true;
+        at = (*offset + *size + 3) & ~3;
+    }
+    return false;
+}
+
 void writeScrambledIni(const QString& path, const QByteArray& iniText)
 {
     QByteArray text = "\xEF\xBB\xBF# test manifest\n" + iniText;

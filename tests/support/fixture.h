@@ -22,6 +22,10 @@ int run(const QString& program, const QStringList& args, QByteArray* out = nullp
 int kelpack(const QStringList& args, QByteArray* out = nullptr, QByteArray* err = nullptr,
             const QString& workDir = QString());
 
+// The offset and size of an entry's data in a cpio archive of the "newc" kind (an SWUpdate
+// image); false when it holds no entry of that name.
+bool cpioEntry(const QByteArray& archive, const QByteArray& name, int* offset, int* size);
+
 // Writes an INI text as the updater's packages carry it: BOM, "#" first line, scrambled.
 void writeScrambledIni(const QString& path, const QByteArray& iniText);
 

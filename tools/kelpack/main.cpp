@@ -5,6 +5,8 @@
 #include "package_writer.h"
 #include "starter_tree.h"
 #include "stick_builder.h"
+#include "swu_verifier.h"
+#include "swu_writer.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -21,6 +23,7 @@ const char kUsage[] =
     "       kelpack build PACKAGE_TREE OUTDIR [--program PATH] [--arch ARCH] [--force]\n"
     "                     [--sign SECRET_KEY] [--despite-errors]\n"
     "       kelpack verify PACKAGE_TREE|STICK_PACKAGE_DIR [--json] [--keys PUBLIC_KEY_DIR]\n"
+    "       kelpack verify IMAGE.swu --cms-cert CERT [--json] [--keys PUBLIC_KEY_DIR]\n"
     "       kelpack info PACKAGE_TREE|STICK_PACKAGE_DIR [--json]\n"
     "       kelpack scramble PLAIN_INI SCRAMBLED_INI\n"
     "       kelpack unscramble SCRAMBLED_INI PLAIN_INI\n"
@@ -28,6 +31,7 @@ const char kUsage[] =
     "       kelpack keygen NAME   (writes NAME.key, owner-only, and NAME.pub)\n"
     "       kelpack sign STICK_PACKAGE_DIR SECRET_KEY|--unsigned [--version V] [--models M,...]\n"
     "                    [--replaces V]\n"
+    "       kelpack swu STICK OUT.swu --cms-key KEY --cms-cert CERT [--force]\n"
     "       kelpack --help | --version\n"
     "\n"
     "init writes a commented starter tree. verify predicts what the panel meets: errors fail\n"
@@ -37,6 +41,10 @@ const char kUsage[] =
     "--despite-errors writes a stick that has errors, to show on a test panel what they do.\n"
     "--arch (or [stick] arch in kelpack.ini) names the panel's processor (armhf, arm64, amd64):\n"
     "the program must be built for it, and without --program the installed one for it is taken.\n"
+    "swu makes an SWUpdate image of a signed stick (its manifest names version and models),\n"
+    "its sw-description signed by CMS with KEY and CERT (PEM); OUT.swu must be new unless\n"
+    "--force. verify of an .swu checks that signature against CERT, every part's sha256,\n"
+    "then the stick inside.\n"
     "The package format: docs/package-format.md.\n"
     "Exit status: 0 done, 1 the work failed or verify found errors, 2 wrong usage.\n";
 
@@ -127,12 +135,31 @@ bool check(const QString& path, const QString& keysDir, VerifyReport* report, QS
 int verify(const Arguments& args)
 {
     if (args.positional.size() != 1)
-        return usageError("verify needs PACKAGE_TREE or STICK_PACKAGE_DIR");
+        return usageError("verify needs PACKAGE_TREE, STICK_PACKAGE_DIR or IMAGE.swu");
+    QString target = args.positional[0];
+    const bool image = target.endsWith(".swu") && QFileInfo(target).isFile();
+    if (image != args.options.contains("--cms-cert"))
+        return usageError(image ? "verify of an .swu needs --cms-cert CERT"
+                                : "--cms-cert belongs to the verify of an .swu");
+    QTemporaryDir unpacked;
+    if (image) {
+        const QString stick = unpacked.path() + "/stick";
+        QDir().mkpath(stick);
+        SwuVerifier swu(target, args.options.value("--cms-cert"));
+        if (!swu.verify(stick))
+            return fail(swu.error());
+        fputs(swu.summary().toUtf8().constData(),
+              args.options.contains("--json") ? stderr : stdout);
+        const QString folder = SwuWriter::packageFolder(stick);
+        if (folder.isEmpty())
+            return fail(target + ": the stick inside has no package folder with kelloadui.bin");
+        target = stick + "/" + folder;
+    }
     VerifyReport report;
     QString error;
-    if (!check(args.positional[0], args.options.value("--keys"), &report, &error))
+    if (!check(target, args.options.value("--keys"), &report, &error))
         return fail(error);
-    const QString package = QDir(args.positional[0]).absolutePath();
+    const QString package = QDir(target).absolutePath();
     if (args.options.contains("--json")) {
         fputs(report.json(package).toUtf8().constData(), stdout);
     } else {
@@ -165,6 +192,20 @@ int info(const Arguments& args)
     if (!json && report.hasErrors())
         printf("%d errors: see kelpack verify\n", report.errorCount());
     return report.steps().isEmpty() ? 1 : 0;
+}
+
+int swu(const Arguments& args)
+{
+    if (args.positional.size() != 2)
+        return usageError("swu needs STICK and OUT.swu");
+    if (!args.options.contains("--cms-key") || !args.options.contains("--cms-cert"))
+        return usageError("swu needs --cms-key KEY and --cms-cert CERT");
+    SwuWriter writer(args.positional[0], args.positional[1], args.options.contains("--force"));
+    writer.setSigner(args.options.value("--cms-key"), args.options.value("--cms-cert"));
+    if (!writer.write())
+        return fail(writer.error());
+    printf("SWUpdate image written to %s\n", qPrintable(args.positional[1]));
+    return 0;
 }
 
 int init(const Arguments& args)
@@ -229,7 +270,9 @@ int main(int argc, char** argv)
     if (command == "build")
         args = parse(rest, {"--force", "--despite-errors"}, {"--program", "--arch", "--sign"});
     else if (command == "verify")
-        args = parse(rest, {"--json"}, {"--keys"});
+        args = parse(rest, {"--json"}, {"--keys", "--cms-cert"});
+    else if (command == "swu")
+        args = parse(rest, {"--force"}, {"--cms-key", "--cms-cert"});
     else if (command == "info")
         args = parse(rest, {"--json"}, {});
     else if (command == "keygen" || command == "sign")
@@ -247,6 +290,8 @@ int main(int argc, char** argv)
         return verify(args);
     if (command == "info")
         return info(args);
+    if (command == "swu")
+        return swu(args);
     if (command == "init")
         return init(args);
     if (command == "crc")

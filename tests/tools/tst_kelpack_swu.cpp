@@ -1,0 +1,244 @@
+#include "fixture.h"
+#include "sandbox.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFileInfo>
+#include <QtTest>
+
+// SWUpdate images of sticks as an integrator makes and checks them with the package tool: what
+// the image holds, and every change after signing that kelpack verify must find.
+class TestKelpackSwu : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase() { QDir(dir).removeRecursively(); }
+    void init();
+    void imageCarriesTheStickAsItIs();
+    void swuRefuses_data();
+    void swuRefuses();
+    void verifyFinds_data();
+    void verifyFinds();
+
+private:
+    int swu(const QStringList& extra = QStringList(), QByteArray* out = nullptr,
+            const QString& signer = "signer");
+    void makeCertificate(const QString& name, const QString& usage);
+    QString dir;
+    QString stick;
+    QString image;
+};
+
+void TestKelpackSwu::initTestCase()
+{
+    dir = sandbox::makeScratchDir("kelpack-swu");
+    makeCertificate("signer", "emailProtection");
+    makeCertificate("other", "emailProtection");
+    makeCertificate("codesigner", "codeSigning");
+}
+
+void TestKelpackSwu::makeCertificate(const QString& name, const QString& usage)
+{
+    QCOMPARE(fixture::run("openssl",
+                          {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout",
+                           dir + "/" + name + ".key", "-out", dir + "/" + name + ".pem", "-subj",
+                           "/CN=" + name, "-days", "2", "-addext", "extendedKeyUsage=" + usage}),
+             0);
+}
+
+void TestKelpackSwu::init()
+{
+    stick = dir + "/stick";
+    image = dir + "/update.swu";
+    QDir(stick).removeRecursively();
+    QFile::remove(image);
+    QCOMPARE(fixture::run("cp", {"-R", QStringLiteral(KEL_BINARY_DIR) + "/examples/stick", stick}),
+             0);
+    QCOMPARE(fixture::kelpack({"sign", stick + "/update", "--unsigned", "--version", "1.2.0",
+                               "--models", "KEL-700,KEL-1000"}),
+             0);
+}
+
+int TestKelpackSwu::swu(const QStringList& extra, QByteArray* out, const QString& signer)
+{
+    return fixture::kelpack(QStringList{"swu", stick, image, "--cms-key",
+                                        dir + "/" + signer + ".key", "--cms-cert",
+                                        dir + "/" + signer + ".pem"} +
+                                extra,
+                            out, out);
+}
+
+void TestKelpackSwu::imageCarriesTheStickAsItIs()
+{
+    QVERIFY(QFile::link("kelloadui.bin", stick + "/update/program-link"));
+    QCOMPARE(swu(), 0);
+    const QByteArray bytes = fixture::readFile(image);
+    // SWUpdate reads sw-description first and its signature second.
+    QVERIFY(bytes.startsWith("070701"));
+    QCOMPARE(bytes.mid(110, 15), QByteArray("sw-description", 15));
+    int offset = 0, size = 0;
+    QVERIFY(fixture::cpioEntry(bytes, "sw-description", &offset, &size));
+    const QByteArray description = bytes.mid(offset, size);
+    QVERIFY(description.contains("version = \"1.2.0\";"));
+    QVERIFY(description.contains("hardware-compatibility: [ \"KEL-1000\", \"KEL-700\" ];"));
+    const int signature = offset + size;
+    QVERIFY(fixture::cpioEntry(bytes, "sw-description.sig", &offset, &size));
+    QVERIFY(offset - signature < 150);
+
+    // The stick archive unpacked as the panel's handler unpacks it gives back the stick.
+    QVERIFY(fixture::cpioEntry(bytes, "stick.tar", &offset, &size));
+    fixture::writeFile(dir + "/stick.tar", bytes.mid(offset, size));
+    QVERIFY(description.contains(
+        QCryptographicHash::hash(bytes.mid(offset, size), QCryptographicHash::Sha256).toHex()));
+    const QString unpacked = dir + "/unpacked";
+    QDir(unpacked).removeRecursively();
+    QDir().mkpath(unpacked);
+    QCOMPARE(fixture::run("tar", {"-xf", dir + "/stick.tar", "-C", unpacked}), 0);
+    int files = 0;
+    QDirIterator it(stick, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QFileInfo original(it.next());
+        const QFileInfo copy(unpacked + "/" + QDir(stick).relativeFilePath(original.filePath()));
+        QVERIFY2(copy.exists() || copy.isSymLink(), qPrintable(copy.filePath()));
+        QCOMPARE(copy.isSymLink(), original.isSymLink());
+        QCOMPARE(copy.permissions(), original.permissions());
+        if (original.isSymLink())
+            QCOMPARE(QDir(unpacked).relativeFilePath(copy.symLinkTarget()),
+                     QDir(stick).relativeFilePath(original.symLinkTarget()));
+        else if (original.isFile())
+            QCOMPARE(fixture::readFile(copy.filePath()), fixture::readFile(original.filePath()));
+        ++files;
+    }
+    QVERIFY(files > 20);
+    QVERIFY(QFileInfo(unpacked + "/update/kelloadui.bin").isExecutable());
+}
+
+void TestKelpackSwu::swuRefuses_data()
+{
+    QTest::addColumn<QStringList>("args"); // %S stick, %I image, %D the scratch folder
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("message");
+
+    const QStringList keys{"--cms-key", "%D/signer.key", "--cms-cert", "%D/signer.pem"};
+    QTest::newRow("no key") << QStringList{"swu", "%S", "%I", "--cms-cert", "%D/signer.pem"} << 2
+                            << "swu needs --cms-key KEY and --cms-cert CERT";
+    QTest::newRow("no output") << QStringList{"swu", "%S"} + keys << 2
+                               << "swu needs STICK and OUT.swu";
+    QTest::newRow("not a stick") << QStringList{"swu", "%D", "%I"} + keys << 1
+                                 << "no package folder with kelloadui.bin";
+    QTest::newRow("stick without manifest")
+        << QStringList{"rm:%S/update/kelgate.manifest", "swu", "%S", "%I"} + keys << 1
+        << "kelgate.manifest: missing";
+    QTest::newRow("key of another certificate")
+        << QStringList{"swu",          "%S",         "%I",           "--cms-key",
+                       "%D/other.key", "--cms-cert", "%D/signer.pem"}
+        << 1 << "does not belong to the certificate";
+    QTest::newRow("existing output") << QStringList{"old:%I", "swu", "%S", "%I"} + keys << 1
+                                     << "exists: name a new file, or add --force";
+}
+
+void TestKelpackSwu::swuRefuses()
+{
+    QFETCH(QStringList, args);
+    QFETCH(int, status);
+    QFETCH(QString, message);
+    QStringList words;
+    for (QString word : args) {
+        word.replace("%S", stick).replace("%I", image).replace("%D", dir);
+        if (word.startsWith("rm:"))
+            QVERIFY(QFile::remove(word.mid(3)));
+        else if (word.startsWith("old:"))
+            fixture::writeFile(word.mid(4), "old image");
+        else
+            words << word;
+    }
+    const bool existed = QFileInfo::exists(image);
+    QByteArray out;
+    QCOMPARE(fixture::kelpack(words, &out, &out), status);
+    QVERIFY2(out.contains(message.toUtf8()), out.constData());
+    // Nothing is written, and an existing file stays as it was.
+    QCOMPARE(fixture::readFile(image), existed ? QByteArray("old image") : QByteArray());
+    QCOMPARE(QDir(dir).entryList({".stick-*"}, QDir::Files | QDir::Hidden), QStringList());
+}
+
+namespace {
+enum Change
+{
+    Nothing,
+    ByteInPart, // one bit of the named entry's data
+    CutShort,   // the image's second half is lost
+    ForceOver   // built again with --force over an older image
+};
+} // namespace
+Q_DECLARE_METATYPE(Change)
+
+void TestKelpackSwu::verifyFinds_data()
+{
+    QTest::addColumn<Change>("change");
+    QTest::addColumn<QString>("entry");
+    QTest::addColumn<QString>("cert");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("message");
+
+    QTest::newRow("intact") << Nothing << ""
+                            << "signer" << 0 << "signature good";
+    QTest::newRow("replaced with --force") << ForceOver << ""
+                                           << "signer" << 0 << "signature good";
+    QTest::newRow("other certificate")
+        << Nothing << ""
+        << "other" << 1 << "the signature does not match with the certificate";
+    QTest::newRow("certificate not for e-mail protection")
+        << Nothing << ""
+        << "codesigner" << 1 << "the signature does not match with the certificate";
+    QTest::newRow("sw-description changed")
+        << ByteInPart << "sw-description"
+        << "signer" << 1 << "the image was changed after signing";
+    QTest::newRow("signature changed") << ByteInPart << "sw-description.sig"
+                                       << "signer" << 1 << "sw-description: the signature";
+    QTest::newRow("stick archive changed")
+        << ByteInPart << "stick.tar"
+        << "signer" << 1 << "stick.tar: its sha256 is not the one sw-description lists";
+    QTest::newRow("handler changed")
+        << ByteInPart << "kelswu.sh"
+        << "signer" << 1 << "kelswu.sh: its sha256 is not the one sw-description lists";
+    QTest::newRow("cut short") << CutShort << ""
+                               << "signer" << 1 << "update.swu";
+}
+
+void TestKelpackSwu::verifyFinds()
+{
+    QFETCH(Change, change);
+    QFETCH(QString, entry);
+    QFETCH(QString, cert);
+    QFETCH(int, status);
+    QFETCH(QString, message);
+
+    if (change == ForceOver)
+        fixture::writeFile(image, "old image");
+    const bool codeSigning = cert == "codesigner";
+    QCOMPARE(swu(change == ForceOver ? QStringList{"--force"} : QStringList(), nullptr,
+                 codeSigning ? cert : "signer"),
+             0);
+    QByteArray bytes = fixture::readFile(image);
+    int offset = 0, size = 0;
+    if (change == ByteInPart) {
+        QVERIFY(fixture::cpioEntry(bytes, entry.toUtf8(), &offset, &size));
+        bytes[offset + size / 2] = char(bytes[offset + size / 2] ^ 0x04);
+    } else if (change == CutShort) {
+        bytes.truncate(bytes.size() / 2);
+    }
+    fixture::writeFile(image, bytes);
+    QByteArray out;
+    QCOMPARE(
+        fixture::kelpack({"verify", image, "--cms-cert", dir + "/" + cert + ".pem"}, &out, &out),
+        status);
+    QVERIFY2(out.contains(message.toUtf8()), out.constData());
+    // A good image goes on to the stick's own verification.
+    QCOMPARE(out.contains("kelgate.manifest: warning: the manifest is not signed"), status == 0);
+}
+
+QTEST_GUILESS_MAIN(TestKelpackSwu)
+#include "tst_kelpack_swu.moc"

@@ -1,0 +1,84 @@
+#include "sw_description.h"
+
+#include <QRegularExpression>
+
+namespace {
+
+QString quoted(const QString& value)
+{
+    return '"' + value + '"';
+}
+
+} // namespace
+
+QByteArray SwDescription::text() const
+{
+    QStringList models;
+    for (const QString& model : this->models)
+        models << quoted(model);
+    QString out = "software =\n{\n"
+                  "    version = " +
+                  quoted(version) +
+                  ";\n"
+                  "    description = \"update of the panel's files from a stick\";\n"
+                  "    hardware-compatibility: [ " +
+                  models.join(", ") + " ];\n";
+    for (const Part& part : parts) {
+        const bool stick = part.name == kStickName;
+        out += QString("    %1: (\n        {\n            filename = %2;\n")
+                   .arg(stick ? "files" : "scripts", quoted(part.name));
+        out += stick ? "            path = " + quoted(stickPath) + ";\n"
+                     : QString("            type = \"shellscript\";\n");
+        out += "            sha256 = " + quoted(QString::fromLatin1(part.sha256)) +
+               ";\n        }\n    );\n";
+    }
+    out += "}\n";
+    return out.toUtf8();
+}
+
+bool SwDescription::parse(const QByteArray& text, QString* error)
+{
+    *this = SwDescription();
+    const QString source = QString::fromUtf8(text);
+    const QRegularExpressionMatch release =
+        QRegularExpression(R"re(^\s*version = "([^"]+)";$)re", QRegularExpression::MultilineOption)
+            .match(source);
+    if (!release.hasMatch()) {
+        *error = "no version";
+        return false;
+    }
+    version = release.captured(1);
+    const QRegularExpressionMatch list =
+        QRegularExpression(R"re(hardware-compatibility: \[([^\]]*)\];)re").match(source);
+    QRegularExpressionMatchIterator model =
+        QRegularExpression(R"re("([^"]+)")re").globalMatch(list.captured(1));
+    while (model.hasNext())
+        models << model.next().captured(1);
+    if (models.isEmpty()) {
+        *error = "no hardware-compatibility";
+        return false;
+    }
+    // Each part is a block of settings that holds no other block.
+    QRegularExpressionMatchIterator block =
+        QRegularExpression(R"re(\{([^{}]*)\})re").globalMatch(source);
+    const QRegularExpression name(R"re(filename = "([^"]+)";)re");
+    const QRegularExpression hash(R"re(sha256 = "([0-9a-f]{64})";)re");
+    const QRegularExpression path(R"re(path = "([^"]+)";)re");
+    while (block.hasNext()) {
+        const QString body = block.next().captured(1);
+        const QRegularExpressionMatch n = name.match(body), h = hash.match(body);
+        if (!n.hasMatch() || !h.hasMatch()) {
+            *error = "a part without filename or sha256";
+            return false;
+        }
+        const QRegularExpressionMatch p = path.match(body);
+        if (p.hasMatch())
+            stickPath = p.captured(1);
+        parts << Part{n.captured(1), h.captured(1).toLatin1()};
+    }
+    if (parts.isEmpty()) {
+        *error = "no parts";
+        return false;
+    }
+    return true;
+}

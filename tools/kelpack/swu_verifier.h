@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QString>
+
+// "kelpack verify X.swu --cms-cert CERT": checks an image as the panel's SWUpdate would before it
+// installs anything (sw-description first, its signature by CERT's key, every part listed with
+// its sha256 and nothing else) and unpacks the stick inside for the stick's own verification.
+class SwuVerifier
+{
+public:
+    SwuVerifier(const QString& swuFile, const QString& certFile);
+    // Checks the image and unpacks its stick into stickDir (an existing, empty folder).
+    bool verify(const QString& stickDir);
+    QString error() const { return m_error; }
+    // What was checked, for the tool's output, once verify() succeeded.
+    QString summary() const { return m_summary; }
+
+private:
+    QString m_swuFile;
+    QString m_certFile;
+    QString m_error;
+    QString m_summary;
+};
