@@ -27,8 +27,6 @@ class TestKelpack : public QObject
 private slots:
     void initTestCase();
     void cleanupTestCase() { QDir(dir).removeRecursively(); }
-    void scrambledManifestReadsBack_data();
-    void scrambledManifestReadsBack();
     void crcRenderings();
     void refusals_data();
     void refusals();
@@ -49,31 +47,6 @@ void TestKelpack::initTestCase()
 {
     MultilingualManager::GetInstance()->loadMultilingualFile(QString(), kel::kDefaultLanguageFile);
     dir = sandbox::makeScratchDir("kelpack");
-}
-
-void TestKelpack::scrambledManifestReadsBack_data()
-{
-    QTest::addColumn<QByteArray>("plain");
-    QTest::newRow("bare INI gets its BOM and comment line")
-        << QByteArray("[RESTART]\nCOMMAND=\"echo a; echo b\"\n[PREPARE1]\nSTOPPROC=a\n");
-    QTest::newRow("already with BOM and comment")
-        << QByteArray("\xEF\xBB\xBF# mine\n[RESTART]\nCOMMAND=\"echo a; echo b\"\n"
-                      "[PREPARE1]\nSTOPPROC=a\n");
-}
-
-void TestKelpack::scrambledManifestReadsBack()
-{
-    QFETCH(QByteArray, plain);
-    INSIDE_SANDBOX_REQUIRED();
-    fixture::writeFile(dir + "/plain.ini", plain);
-    QCOMPARE(kelpack({"scramble", dir + "/plain.ini", dir + "/update.ini"}), 0);
-    QVERIFY(fixture::readFile(dir + "/update.ini") != plain);
-    GenerateConfigInfo reader;
-    QVERIFY(reader.readIni(dir + "/update.ini"));
-    QCOMPARE(reader.getReStartInfo().find("COMMAND")->second.toString(), QString("echo a; echo b"));
-    QCOMPARE(reader.getPrepareInfo()[0].find("STOPPROC")->second.toString(), QString("a"));
-    QCOMPARE(kelpack({"unscramble", dir + "/update.ini", dir + "/back.ini"}), 0);
-    QVERIFY(fixture::readFile(dir + "/back.ini").endsWith(plain.mid(plain.indexOf('['))));
 }
 
 void TestKelpack::crcRenderings()
