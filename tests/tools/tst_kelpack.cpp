@@ -111,51 +111,48 @@ void TestKelpack::buildNeverLosesFiles_data()
     QTest::addColumn<QStringList>("messages");
     QTest::addColumn<QStringList>("gone"); // files expected to be replaced by the build
 
+    struct Case
+    {
+        const char* name;
+        QString setup;
+        QString workDir;
+        QStringList args;
+        int status;
+        QStringList messages;
+        QStringList gone = {};
+    };
     const QString notes = "mkdir -p out/old && echo notes > out/notes.txt && echo x > out/old/x";
-    QTest::newRow("non-empty folder")
-        << notes << "." << QStringList{"tree", "out"} << 1
-        << QStringList{"out: the folder is not empty", "give --force"} << QStringList();
-    QTest::newRow("the tree itself from inside it")
-        << ""
-        << "tree" << QStringList{".", "."} << 1
-        << QStringList{"tree: the output folder is the package tree or lies inside it"}
-        << QStringList();
-    QTest::newRow("a folder inside the tree")
-        << ""
-        << "." << QStringList{"tree", "tree/files/stick"} << 1
-        << QStringList{"is the package tree or lies inside it"} << QStringList();
-    QTest::newRow("a folder holding the tree")
-        << ""
-        << "tree" << QStringList{".", ".."} << 1
-        << QStringList{"the output folder holds the package tree"} << QStringList();
-    QTest::newRow("link out of the tree")
-        << "ln -s /etc/passwd tree/files/pw"
-        << "." << QStringList{"tree", "out"} << 1
-        << QStringList{"tree/files/pw: a link to /etc/passwd outside the package tree"}
-        << QStringList();
-    QTest::newRow("dangling link")
-        << "ln -s gone.conf tree/files/pw"
-        << "." << QStringList{"tree", "out"} << 1
-        << QStringList{"tree/files/pw: a link to %1/tree/files/gone.conf, which does not exist"}
-        << QStringList();
-    QTest::newRow("junk of other systems")
-        << "touch tree/.DS_Store tree/files/._panel.conf tree/system/Thumbs.db "
-           "tree/DESKTOP.INI && mkdir -p tree/__MACOSX/files && touch tree/__MACOSX/files/x"
-        << "." << QStringList{"tree", "out"} << 0
-        << QStringList{"kelpack: warning: " + QString("%1/tree/.DS_Store: left out"),
-                       "tree/files/._panel.conf: left out", "tree/system/Thumbs.db: left out",
-                       "tree/DESKTOP.INI: left out", "tree/__MACOSX: left out"}
-        << QStringList();
-    QTest::newRow("forced over an old stick")
-        << notes + " && mkdir -p out/update out/qws && echo a > out/update/old && echo b > "
-                   "out/qws/qwsserver"
-        << "." << QStringList{"tree", "out", "--force"} << 0 << QStringList()
-        << QStringList{"out/update/old", "out/qws/qwsserver"};
-    QTest::newRow("a tree with errors")
-        << "sed -i 's/UPPROJECT=true/UPPROJECT=no/' tree/update.ini"
-        << "." << QStringList{"tree", "out"} << 1
-        << QStringList{"update.ini:6: error: [UPDATE] UPPROJECT:", "nothing was written"}
-        << QStringList();
+    const QStringList toOut{"tree", "out"};
+    const Case cases[] = {
+        {"non-empty folder", notes, ".", toOut, 1,
+         QStringList{"out: the folder is not empty", "give --force"}},
+        {"the tree itself from inside it", "", "tree", QStringList{".", "."}, 1,
+         QStringList{"tree: the output folder is the package tree or lies inside it"}},
+        {"a folder inside the tree", "", ".", QStringList{"tree", "tree/files/stick"}, 1,
+         QStringList{"is the package tree or lies inside it"}},
+        {"a folder holding the tree", "", "tree", QStringList{".", ".."}, 1,
+         QStringList{"the output folder holds the package tree"}},
+        {"link out of the tree", "ln -s /etc/passwd tree/files/pw", ".", toOut, 1,
+         QStringList{"tree/files/pw: a link to /etc/passwd outside the package tree"}},
+        {"dangling link", "ln -s gone.conf tree/files/pw", ".", toOut, 1,
+         QStringList{"tree/files/pw: a link to %1/tree/files/gone.conf, which does not exist"}},
+        {"junk of other systems",
+         "touch tree/.DS_Store tree/files/._panel.conf tree/system/Thumbs.db tree/DESKTOP.INI && "
+         "mkdir -p tree/__MACOSX/files && touch tree/__MACOSX/files/x",
+         ".", toOut, 0,
+         QStringList{"kelpack: warning: %1/tree/.DS_Store: left out",
+                     "tree/files/._panel.conf: left out", "tree/system/Thumbs.db: left out",
+                     "tree/DESKTOP.INI: left out", "tree/__MACOSX: left out"}},
+        {"forced over an old stick",
+         notes + " && mkdir -p out/update out/qws && echo a > out/update/old && echo b > "
+                 "out/qws/qwsserver",
+         ".", QStringList{"tree", "out", "--force"}, 0, QStringList{},
+         QStringList{"out/update/old", "out/qws/qwsserver"}},
+        {"a tree with errors", "sed -i 's/UPPROJECT=true/UPPROJECT=no/' tree/update.ini", ".",
+         toOut, 1, QStringList{"update.ini:6: error: [UPDATE] UPPROJECT:", "nothing was written"}},
+    };
+    for (const Case& c : cases)
+        QTest::newRow(c.name) << c.setup << c.workDir << c.args << c.status << c.messages << c.gone;
 }
 
 void TestKelpack::buildNeverLosesFiles()
