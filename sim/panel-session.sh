@@ -61,11 +61,18 @@ cd "$stick/$KELSIM_PACKAGE"
 started=$(date +%s%N)
 # The program's own status and running time, recorded the moment it ends.
 (
-    set +e
+    set +e -f
+    # The program's options come one a line, each passed whole.
+    IFS='
+'
+    # shellcheck disable=SC2086
+    set -- $KELSIM_OPTIONS
+    IFS=' 	
+'
     # shellcheck disable=SC2086
     setpriv --bounding-set="$drop" --inh-caps="$drop" \
         env $preload ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}verify_asan_link_order=0" \
-        ${KELSIM_WRAPPER:-} $gate ./kelloadui.bin $KELSIM_OPTIONS >"$run/stdout.txt" 2>"$run/stderr.txt"
+        ${KELSIM_WRAPPER:-} $gate ./kelloadui.bin "$@" >"$run/stdout.txt" 2>"$run/stderr.txt"
     echo $? > "$run/status.txt"
     echo $((($(date +%s%N) - started) / 1000000)) > "$run/elapsed-ms.txt"
 ) &

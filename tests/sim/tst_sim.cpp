@@ -285,7 +285,10 @@ void TestSim::helpAndVersion()
 
 void TestSim::stubbornRuntimeIsKilled()
 {
-    const QString out = simulate(stick, {"--runtime", "ignore"}, {"-s", "-nr"});
+    // A program option with its value after a space reaches the program whole.
+    const QString out =
+        simulate(stick, {"--runtime", "ignore"}, {"-s", "-nr", "-p /media/usb0/runtime.log"});
+    QVERIFY(QFile::exists(stick + "/runtime.log"));
     const QString actions = section(out, "panel actions");
     QVERIFY(actions.contains("panel: runtime exit requested"));
     QVERIFY(actions.contains("panel: runtime kill requested"));
