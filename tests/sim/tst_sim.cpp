@@ -46,7 +46,6 @@ private:
     // Rewrites a scrambled manifest of the stick with one byte string replaced.
     void editManifest(const QString& relativePath, const QByteArray& from, const QByteArray& to);
     QString log() const;
-    QString section(const QString& out, const QString& name) const;
     QString stick; // a fresh copy of the sample stick
     QString dir;
     int status = -1;
@@ -73,9 +72,7 @@ void TestSim::init()
 {
     dir = sandbox::makeScratchDir("sim");
     stick = dir + "/stick";
-    QCOMPARE(
-        QProcess::execute("cp", {"-R", QStringLiteral(KEL_BINARY_DIR) + "/examples/stick", stick}),
-        0);
+    QVERIFY(fixture::copySampleStick(stick));
 }
 
 void TestSim::cleanup()
@@ -120,21 +117,11 @@ QString TestSim::log() const
     return QString::fromUtf8(fixture::readFile(stick + "/update.log"));
 }
 
-QString TestSim::section(const QString& out, const QString& name) const
-{
-    const int start = out.indexOf("== " + name + "\n");
-    if (start < 0)
-        return QString();
-    const int body = start + name.size() + 4;
-    const int end = out.indexOf("\n== ", body - 1); // body - 1: the section may be empty
-    return out.mid(body, end < 0 ? -1 : end - body + 1);
-}
-
 void TestSim::sampleStickSucceeds()
 {
     const QString out = simulate(stick, {"--screenshots", dir + "/shots"}, {"-s", "-nr"});
     QCOMPARE(status, 0);
-    QCOMPARE(section(out, "report"), QString::fromUtf8("[成功]\n"));
+    QCOMPARE(fixture::section(out, "report"), QString::fromUtf8("[成功]\n"));
     const QStringList expected{
         "added    /etc/systemd/system/multi-user.target.wants/usr_kellogger.service (link "
         "/etc/systemd/system/usr_kellogger.service)",
@@ -153,20 +140,22 @@ void TestSim::sampleStickSucceeds()
         "added    /usr/vorn_app/update.ini",
         "added    /usr/vorn_app/version.1.2.0",
         "replaced /usr/vorn_app/vorn_app (755"};
-    const QStringList changes = section(out, "panel changes").split('\n', Qt::SkipEmptyParts);
+    const QStringList changes =
+        fixture::section(out, "panel changes").split('\n', Qt::SkipEmptyParts);
     QCOMPARE(changes.size(), expected.size());
     for (int i = 0; i < expected.size(); ++i)
         QVERIFY2(changes[i].startsWith(expected[i]), qPrintable(changes[i]));
     // The panel keeps its start-up image, and the runtime directory holds a plain manifest.
     QVERIFY(QFile::exists(dir + "/panel/usr/vorn_app/startBarLoadGnd.bmp"));
     QVERIFY(fixture::readFile(dir + "/panel/usr/vorn_app/update.ini").contains("[UPDATEINFO]"));
-    const QString actions = section(out, "panel actions");
+    const QString actions = fixture::section(out, "panel actions");
     QVERIFY(actions.contains("panel: runtime exit requested"));
     QVERIFY(actions.contains("panel: clear saved data (mask 5, 0)"));
     QVERIFY(!actions.contains("restart"));
     QVERIFY(!actions.contains("beep"));
     // The system item's helper lies outside the panel's directories: the seal keeps it.
-    QVERIFY2(section(out, "changes elsewhere").contains("added    /usr/local/bin/kelhelper (755 "),
+    QVERIFY2(fixture::section(out, "changes elsewhere")
+                 .contains("added    /usr/local/bin/kelhelper (755 "),
              qPrintable(out));
     QVERIFY(!QFile::exists("/usr/local/bin/kelhelper"));
     // The last screen: the dialog over the background as the program closed it, although a
@@ -198,7 +187,7 @@ void TestSim::outsidePathsStayInTheSeal()
     QVERIFY(!QFile::exists(etcFile));
     QCOMPARE(sha256("/etc/ld.so.cache"), cacheBefore);
     // ...and the report shows all of it.
-    const QString elsewhere = section(out, "changes elsewhere");
+    const QString elsewhere = fixture::section(out, "changes elsewhere");
     for (const QString& line :
          {"added    " + folder + "/modbus.conf (644 ", "removed  " + folder + "/old.conf",
           "added    " + etcFile + " (644 "})
@@ -221,7 +210,8 @@ void TestSim::twoRunsAtOnce()
     for (int i = 0; i < 2; ++i) {
         QVERIFY(runs[i].waitForFinished(180000));
         const QString out = QString::fromUtf8(runs[i].readAll());
-        QVERIFY2(runs[i].exitCode() == 0 && section(out, "report") == QString::fromUtf8("[成功]\n"),
+        QVERIFY2(runs[i].exitCode() == 0 &&
+                     fixture::section(out, "report") == QString::fromUtf8("[成功]\n"),
                  qPrintable(out));
         const QImage end(dir + QString("/panel%1/screenshots/end.png").arg(i));
         QCOMPARE(QString("%1x%2").arg(end.width()).arg(end.height()), screens[i]);
@@ -289,18 +279,18 @@ void TestSim::stubbornRuntimeIsKilled()
     const QString out =
         simulate(stick, {"--runtime", "ignore"}, {"-s", "-nr", "-p /media/usb0/runtime.log"});
     QVERIFY(QFile::exists(stick + "/runtime.log"));
-    const QString actions = section(out, "panel actions");
+    const QString actions = fixture::section(out, "panel actions");
     QVERIFY(actions.contains("panel: runtime exit requested"));
     QVERIFY(actions.contains("panel: runtime kill requested"));
     QVERIFY(actions.contains("runtime after the run: stopped"));
-    QCOMPARE(section(out, "report"), QString::fromUtf8("[成功]\n"));
+    QCOMPARE(fixture::section(out, "report"), QString::fromUtf8("[成功]\n"));
 }
 
 void TestSim::interactiveRunCountsDownAndRestarts()
 {
     const QString out = simulate(stick, {"--interactive"});
-    QVERIFY(section(out, "report").contains("no log"));
-    const QString actions = section(out, "panel actions");
+    QVERIFY(fixture::section(out, "report").contains("no log"));
+    const QString actions = fixture::section(out, "panel actions");
     QCOMPARE(actions.count("panel: beep 500 ms"), 2);
     QVERIFY(actions.contains("panel: restart requested (RB_AUTOBOOT)"));
     QVERIFY(actions.contains("program exit status: 0"));
@@ -318,7 +308,7 @@ void TestSim::failingPackageTurnsTheScreenRed()
     const QImage last(dir + "/panel/screenshots/" + shots.last());
     QVERIFY(!last.isNull());
     QCOMPARE(last.pixelColor(5, 5), QColor(Qt::red)); // the background window
-    QVERIFY(!section(out, "panel actions").contains("restart"));
+    QVERIFY(!fixture::section(out, "panel actions").contains("restart"));
 
     QCOMPARE(status, 1); // the red screen of an interactive run is its failure
 }
@@ -327,20 +317,20 @@ void TestSim::tamperedRuntimeFileKeepsTheOldRuntime()
 {
     fixture::writeFile(stick + "/update/vorn_app/libvornui.so.1.2.0", "tampered\n");
     const QString out = simulate(stick, {}, {"-s", "-nr"});
-    QCOMPARE(section(out, "report"), QString::fromUtf8("[失败]\n"));
+    QCOMPARE(fixture::section(out, "report"), QString::fromUtf8("[失败]\n"));
     QVERIFY2(log().contains(QString::fromUtf8("运行环境升级校验:校验失败!")), qPrintable(log()));
-    const QString changes = section(out, "panel changes");
+    const QString changes = fixture::section(out, "panel changes");
     for (const char* runtimeFile :
          {"/usr/vorn_app/vorn_app ", "/usr/vorn_app/libvornui.so.1 ", "/usr/vorn_app/kellogger "})
         QVERIFY2(!changes.contains(runtimeFile), qPrintable(changes));
-    QVERIFY(!section(out, "panel actions").contains("clear saved data"));
+    QVERIFY(!fixture::section(out, "panel actions").contains("clear saved data"));
 }
 
 void TestSim::garbageLanguageFileFallsBackToBuiltInTexts()
 {
     fixture::writeFile(stick + "/language/0000.lan", garbage(5000));
     const QString out = simulate(stick, {}, {"-s", "-nr"});
-    QCOMPARE(section(out, "report"), QString::fromUtf8("[成功]\n"));
+    QCOMPARE(fixture::section(out, "report"), QString::fromUtf8("[成功]\n"));
     QVERIFY2(log().contains(QString::fromUtf8("开始升级...")), qPrintable(log()));
 }
 
@@ -425,14 +415,15 @@ void TestSim::hostilePackageFailsCleanly()
         break;
     }
     const QString out = simulate(stick, {"--runtime", "absent"}, {"-s", "-nr"});
-    QCOMPARE(section(out, "report"), QString::fromUtf8("[失败]\n"));
+    QCOMPARE(fixture::section(out, "report"), QString::fromUtf8("[失败]\n"));
     QVERIFY2(log().contains(redLine), qPrintable(log()));
     QCOMPARE(status, 1);
-    QCOMPARE(section(out, "panel changes"), QString());
+    QCOMPARE(fixture::section(out, "panel changes"), QString());
     // Only the program's scratch files, nothing of the package, anywhere.
-    for (const QString& line : section(out, "changes elsewhere").split('\n', Qt::SkipEmptyParts))
+    for (const QString& line :
+         fixture::section(out, "changes elsewhere").split('\n', Qt::SkipEmptyParts))
         QVERIFY2(line.contains(" /tmp/"), qPrintable(line));
-    QVERIFY(section(out, "panel actions").contains("program exit status: 0"));
+    QVERIFY(fixture::section(out, "panel actions").contains("program exit status: 0"));
 }
 
 QTEST_GUILESS_MAIN(TestSim)

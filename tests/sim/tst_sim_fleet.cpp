@@ -113,8 +113,7 @@ void TestSimFleet::delivery()
     QDir(stick).removeRecursively();
     QDir(panel).removeRecursively();
     QFile::remove(image);
-    QCOMPARE(fixture::run("cp", {"-R", QStringLiteral(KEL_BINARY_DIR) + "/examples/stick", stick}),
-             0);
+    QVERIFY(fixture::copySampleStick(stick));
     QCOMPARE(fixture::kelpack({"sign", stick + "/update", "--unsigned", "--version", "1.2.0",
                                "--models", "KEL-700,KEL-1000"}),
              0);

@@ -32,7 +32,6 @@ private:
     // model with installed version that trusts the keys in keysDir.
     QString simulate(const QString& keysDir, const QString& model, const QString& installed);
     QByteArray installedVersion() const;
-    QString section(const QString& out, const QString& name) const;
     QString dir;
     QString stick;
     int status = -1;
@@ -58,9 +57,7 @@ void TestSimGate::init()
     stick = dir + "/stick";
     QDir(stick).removeRecursively();
     QDir(dir + "/panel").removeRecursively();
-    QCOMPARE(
-        QProcess::execute("cp", {"-R", QStringLiteral(KEL_BINARY_DIR) + "/examples/stick", stick}),
-        0);
+    QVERIFY(fixture::copySampleStick(stick));
     fixture::writeFile(stick + "/language/0001.lan", "[1000]\nstring=Warning\n");
 }
 
@@ -96,26 +93,16 @@ QByteArray TestSimGate::installedVersion() const
     return fixture::readFile(dir + "/panel/var/lib/kelgate/version");
 }
 
-QString TestSimGate::section(const QString& out, const QString& name) const
-{
-    const int start = out.indexOf("== " + name + "\n");
-    if (start < 0)
-        return QString();
-    const int body = start + name.size() + 4;
-    const int end = out.indexOf("\n== ", body - 1);
-    return out.mid(body, end < 0 ? -1 : end - body + 1);
-}
-
 void TestSimGate::signedStickIsApplied()
 {
     sign("vendor.key");
     const QString out = simulate("vendor-keys", "KEL-700", "1.1.0");
     QCOMPARE(status, 0);
-    QCOMPARE(section(out, "report"), QString::fromUtf8("[成功]\n"));
-    const QString changes = section(out, "panel changes");
+    QCOMPARE(fixture::section(out, "report"), QString::fromUtf8("[成功]\n"));
+    const QString changes = fixture::section(out, "panel changes");
     QVERIFY2(changes.contains("replaced /usr/vorn_app/vorn_app "), qPrintable(out));
     QVERIFY(changes.contains("replaced /var/lib/kelgate/version "));
-    QVERIFY(section(out, "panel actions").contains("panel: runtime exit requested"));
+    QVERIFY(fixture::section(out, "panel actions").contains("panel: runtime exit requested"));
     QCOMPARE(installedVersion(), QByteArray("1.2.0\n"));
 }
 
@@ -202,13 +189,13 @@ void TestSimGate::refusedStickNeverStarts()
     const QString out = simulate(keys, model, installed);
     // The gate's report and its one line, and nothing of the program's log.
     QCOMPARE(status, 1);
-    QCOMPARE(section(out, "report"), QString::fromUtf8("[失败]\n"));
-    const QString log = section(out, "log");
+    QCOMPARE(fixture::section(out, "report"), QString::fromUtf8("[失败]\n"));
+    const QString log = fixture::section(out, "log");
     QVERIFY2(log.startsWith(kel::text(2224) + ": " + reason), qPrintable(out));
     QCOMPARE(log.count('\n'), 1);
-    QCOMPARE(section(out, "panel changes"), QString());
-    QCOMPARE(section(out, "changes elsewhere"), QString());
-    const QString actions = section(out, "panel actions");
+    QCOMPARE(fixture::section(out, "panel changes"), QString());
+    QCOMPARE(fixture::section(out, "changes elsewhere"), QString());
+    const QString actions = fixture::section(out, "panel actions");
     QVERIFY2(!actions.contains("runtime exit requested"), qPrintable(actions));
     QVERIFY(actions.contains("panel: beep 1000 ms"));
     QVERIFY(actions.contains("runtime after the run: running"));
@@ -236,8 +223,8 @@ void TestSimGate::withoutKeysUncheckedSticksRunAsBefore()
         sign(QString());
     const QString out = simulate("no-keys", "KEL-700", "1.1.0");
     QCOMPARE(status, 0);
-    QCOMPARE(section(out, "report"), QString::fromUtf8("[成功]\n"));
-    QVERIFY(section(out, "panel changes").contains("replaced /usr/vorn_app/vorn_app "));
+    QCOMPARE(fixture::section(out, "report"), QString::fromUtf8("[成功]\n"));
+    QVERIFY(fixture::section(out, "panel changes").contains("replaced /usr/vorn_app/vorn_app "));
     QCOMPARE(installedVersion(), manifest ? "1.2.0\n" : "1.1.0\n");
 }
 

@@ -62,6 +62,21 @@ bool cpioEntry(const QByteArray& archive, const QByteArray& name, int* offset, i
     return false;
 }
 
+bool copySampleStick(const QString& dir)
+{
+    return run("cp", {"-R", QStringLiteral(KEL_BINARY_DIR) + "/examples/stick", dir}) == 0;
+}
+
+QString section(const QString& report, const QString& name)
+{
+    const int start = report.indexOf("== " + name + "\n");
+    if (start < 0)
+        return QString();
+    const int body = start + name.size() + 4;
+    const int end = report.indexOf("\n== ", body - 1); // body - 1: the section may be empty
+    return report.mid(body, end < 0 ? -1 : end - body + 1);
+}
+
 void writeScrambledIni(const QString& path, const QByteArray& iniText)
 {
     QByteArray text = "\xEF\xBB\xBF# test manifest\n" + iniText;

@@ -26,6 +26,11 @@ int kelpack(const QStringList& args, QByteArray* out = nullptr, QByteArray* err 
 // image); false when it holds no entry of that name.
 bool cpioEntry(const QByteArray& archive, const QByteArray& name, int* offset, int* size);
 
+// Copies this build's sample stick to dir; false when the copy failed.
+bool copySampleStick(const QString& dir);
+// The section NAME of a simulator report: the lines after "== NAME" up to the next section.
+QString section(const QString& report, const QString& name);
+
 // Writes an INI text as the updater's packages carry it: BOM, "#" first line, scrambled.
 void writeScrambledIni(const QString& path, const QByteArray& iniText);
 

@@ -28,7 +28,6 @@ private:
     // options and environment entries; the last run's exit status and output.
     int simulate(const QString& stick, int runs, QString* out, const QStringList& simOptions = {},
                  const QStringList& environment = {});
-    static QString section(const QString& out, const QString& name);
     QString dir;
 };
 
@@ -64,16 +63,6 @@ int TestKelpackPanel::simulate(const QString& stick, int runs, QString* out,
     return status;
 }
 
-QString TestKelpackPanel::section(const QString& out, const QString& name)
-{
-    const int start = out.indexOf("== " + name + "\n");
-    if (start < 0)
-        return QString();
-    const int body = start + name.size() + 4;
-    const int end = out.indexOf("\n== ", body - 1);
-    return out.mid(body, end < 0 ? -1 : end - body + 1);
-}
-
 void TestKelpackPanel::panelConfirms()
 {
     QFETCH(QStringList, edits);
@@ -87,7 +76,7 @@ void TestKelpackPanel::panelConfirms()
              0);
     QString out;
     const int status = simulate(dir + "/out", runs, &out, simOptions, environment);
-    QCOMPARE(section(out, "report").trimmed(), report);
+    QCOMPARE(fixture::section(out, "report").trimmed(), report);
     QCOMPARE(status, report == QString::fromUtf8("[成功]") ? 0 : 1);
     if (evidence.startsWith('!'))
         QVERIFY2(!out.contains(QRegularExpression(evidence.mid(1))), qPrintable(out));
@@ -112,7 +101,7 @@ void TestKelpackPanel::starterTreeUpdatesThePanel()
     QCOMPARE(kelpack({"build", starter, dir + "/out", "--program", KEL_PROGRAM_PATH}), 0);
     QString sim;
     QCOMPARE(simulate(dir + "/out", 1, &sim), 0);
-    QCOMPARE(section(sim, "report").trimmed(), QString::fromUtf8("[成功]"));
+    QCOMPARE(fixture::section(sim, "report").trimmed(), QString::fromUtf8("[成功]"));
     QVERIFY2(sim.contains("added    /usr/vorn_app/config/hello.conf"), qPrintable(sim));
 }
 

@@ -127,9 +127,7 @@ void TestKelpackSign::verifyFindsWhatThePanelWouldRefuse()
     INSIDE_SANDBOX_REQUIRED();
     const QString stick = dir + "/stick";
     QDir(stick).removeRecursively();
-    QCOMPARE(
-        QProcess::execute("cp", {"-R", QStringLiteral(KEL_BINARY_DIR) + "/examples/stick", stick}),
-        0);
+    QVERIFY(fixture::copySampleStick(stick));
     fixture::writeFile(stick + "/language/0001.lan", "[1000]\nstring=Warning\n");
     QCOMPARE(kelpack({"sign", stick + "/update", dir + "/vendor.key", "--version", "1.2.0",
                       "--models", "KEL-700"}),

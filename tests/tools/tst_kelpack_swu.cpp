@@ -53,8 +53,7 @@ void TestKelpackSwu::init()
     image = dir + "/update.swu";
     QDir(stick).removeRecursively();
     QFile::remove(image);
-    QCOMPARE(fixture::run("cp", {"-R", QStringLiteral(KEL_BINARY_DIR) + "/examples/stick", stick}),
-             0);
+    QVERIFY(fixture::copySampleStick(stick));
     QCOMPARE(fixture::kelpack({"sign", stick + "/update", "--unsigned", "--version", "1.2.0",
                                "--models", "KEL-700,KEL-1000"}),
              0);
