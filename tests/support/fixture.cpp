@@ -67,6 +67,11 @@ bool copySampleStick(const QString& dir)
     return run("cp", {"-R", QStringLiteral(KEL_BINARY_DIR) + "/examples/stick", dir}) == 0;
 }
 
+bool copySampleTree(const QString& dir)
+{
+    return run("cp", {"-R", QStringLiteral(KEL_SOURCE_DIR) + "/examples/sample/package", dir}) == 0;
+}
+
 QString section(const QString& report, const QString& name)
 {
     const int start = report.indexOf("== " + name + "\n");

@@ -26,8 +26,9 @@ int kelpack(const QStringList& args, QByteArray* out = nullptr, QByteArray* err 
 // image); false when it holds no entry of that name.
 bool cpioEntry(const QByteArray& archive, const QByteArray& name, int* offset, int* size);
 
-// Copies this build's sample stick to dir; false when the copy failed.
+// Copies this build's sample stick, or the sample's package tree, to dir; false when it failed.
 bool copySampleStick(const QString& dir);
+bool copySampleTree(const QString& dir);
 // The section NAME of a simulator report: the lines after "== NAME" up to the next section.
 QString section(const QString& report, const QString& name);
 

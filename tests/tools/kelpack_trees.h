@@ -3,7 +3,6 @@
 #include "fixture.h"
 
 #include <QDir>
-#include <QProcess>
 #include <QStringList>
 #include <QtTest>
 
@@ -20,8 +19,7 @@ inline QString tree(const QString& dir, const QStringList& edits = {})
     const QString tree = dir + "/tree";
     QDir(tree).removeRecursively();
     QDir(dir + "/out").removeRecursively(); // the stick of the previous case
-    QProcess::execute("cp",
-                      {"-R", QStringLiteral(KEL_SOURCE_DIR) + "/examples/sample/package", tree});
+    fixture::copySampleTree(tree);
     const QStringList all =
         QStringList{"update.ini",
                     "[DELFILE]\nDELFILENUM=1\n\n[DELFILE1]\nSRCPATH=/usr/vorn_app/config/"

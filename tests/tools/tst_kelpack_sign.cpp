@@ -3,7 +3,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QProcess>
 #include <QtTest>
 
 // Keys and signed sticks as an integrator makes them with the package tool.
@@ -78,9 +77,7 @@ void TestKelpackSign::buildSigns()
     const QString tree = dir + "/tree", out = dir + "/out";
     QDir(tree).removeRecursively();
     QDir(out).removeRecursively();
-    QCOMPARE(QProcess::execute(
-                 "cp", {"-R", QStringLiteral(KEL_SOURCE_DIR) + "/examples/sample/package", tree}),
-             0);
+    QVERIFY(fixture::copySampleTree(tree));
     fixture::writeFile(tree + "/kelpack.ini", fixture::readFile(tree + "/kelpack.ini") + recipe);
     QStringList args{"build", tree, out, "--program", KEL_PROGRAM_PATH};
     if (sign)
