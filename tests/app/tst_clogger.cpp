@@ -6,10 +6,6 @@
 #include <QDir>
 #include <QtTest>
 
-#include <csignal>
-#include <sys/wait.h>
-#include <unistd.h>
-
 // The log and report file: appends, reports over the first bytes, silent when unusable.
 class TestCLogger : public QObject
 {
@@ -23,7 +19,6 @@ private slots:
     void silentLoggers();
     void writeOnlyModeStartsAfresh();
     void linesReachTheMediumInBatches();
-    void killedRightAfterALine();
 
 private:
     QString dir;
@@ -110,21 +105,6 @@ void TestCLogger::linesReachTheMediumInBatches()
     log.close();
     QCOMPARE(syncs, 2);
     PanelLibrary::replace(previous);
-}
-
-void TestCLogger::killedRightAfterALine()
-{
-    const QString path = dir + "/update.log";
-    const pid_t child = fork();
-    if (child == 0) {
-        CLogger log(path, CLogger::ReadWrite);
-        log.write("the last line\n");
-        raise(SIGKILL); // nothing of the program runs after a crash
-    }
-    int status = 0;
-    QCOMPARE(waitpid(child, &status, 0), child);
-    QVERIFY(WIFSIGNALED(status));
-    QCOMPARE(fixture::readFile(path), QByteArray("the last line\n"));
 }
 
 QTEST_GUILESS_MAIN(TestCLogger)

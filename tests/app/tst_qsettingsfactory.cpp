@@ -32,10 +32,6 @@ void TestQSettingsFactory::knownAnswer()
     fixture::writeFile(dir + "/stick.ini", scrambled);
     QVERIFY(QSettingsFactory::decryptFile(dir + "/stick.ini", dir + "/back", 0));
     QCOMPARE(fixture::readFile(dir + "/back"), plain);
-    QSet<int> images; // and the transformation is one to one
-    for (int b = 0; b < 256; ++b)
-        images.insert(QSettingsFactory::scrambleByte(static_cast<unsigned char>(b)));
-    QCOMPARE(images.size(), 256);
 }
 
 void TestQSettingsFactory::blockBoundaries_data()

@@ -34,6 +34,7 @@ enum Damage
     Intact,
     Grow,
     AddFile,
+    RemoveFile,
     CutManifest,
     AlterManifest,
     RemoveManifest,
@@ -97,6 +98,8 @@ void TestStickCheck::verdict_data()
     row("grown file", Grow, "qws/qwsserver", R::FileChanged, "qws/qwsserver");
     row("extra file in the package", AddFile, "update/project/evil.sh", R::ExtraFile,
         "update/project/evil.sh");
+    row("missing file", RemoveFile, "update/project/main.pro", R::FileMissing,
+        "update/project/main.pro");
     row("extra hidden file beside it", AddFile, "config/.profile", R::ExtraFile, "config/.profile");
     row("manifest altered after signing", AlterManifest, none, R::BadSignature, none);
     row("manifest removed, signature kept", RemoveManifest, none, R::ManifestUnreadable,
@@ -160,6 +163,9 @@ void TestStickCheck::verdict()
         break;
     case AddFile:
         fixture::writeFile(target, "echo owned\n");
+        break;
+    case RemoveFile:
+        QVERIFY(QFile::remove(target));
         break;
     case CutManifest:
         fixture::writeFile(manifest, bytes.left(bytes.size() * 2 / 3));

@@ -156,7 +156,7 @@ void TestDownLoadPro::installation()
         return;
     }
     // Refused before anything changes on the panel, the saved data included.
-    QCOMPARE(panel.count("delSaveData"), 0);
+    QCOMPARE(panel.calls.filter("delSaveData"), QStringList());
     QCOMPARE(fixture::redTexts(spy).size(), 1);
     QVERIFY(fixture::redTexts(spy).first().startsWith(kel::text(2223).section("%1", 0, 0)));
     QCOMPARE(fixture::readFile(project + "old.pro"), QByteArray(80 * 1024, 'o'));

@@ -2,7 +2,6 @@
 #include "qsettingsfactory.h"
 #include "sandbox.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QImage>
 #include <QProcess>
@@ -28,12 +27,9 @@ private slots:
     void twoRunsAtOnce();
     void exitStatus_data();
     void exitStatus();
-    void helpAndVersion_data();
-    void helpAndVersion();
     void stubbornRuntimeIsKilled();
     void interactiveRunCountsDownAndRestarts();
     void failingPackageTurnsTheScreenRed();
-    void tamperedRuntimeFileKeepsTheOldRuntime();
     void garbageLanguageFileFallsBackToBuiltInTexts();
     void hostilePackageFailsCleanly_data();
     void hostilePackageFailsCleanly();
@@ -82,11 +78,6 @@ void TestSim::cleanup()
 
 namespace {
 const QString kKelsim = QStringLiteral(KEL_SOURCE_DIR) + "/sim/kelsim";
-
-QString sha256(const QString& path)
-{
-    return QCryptographicHash::hash(fixture::readFile(path), QCryptographicHash::Sha256).toHex();
-}
 } // namespace
 
 QString TestSim::simulate(const QString& stickDir, const QStringList& simOptions,
@@ -171,7 +162,7 @@ void TestSim::outsidePathsStayInTheSeal()
     const QString folder = outside.path();
     fixture::writeFile(folder + "/old.conf", "old\n");
     const QString etcFile = "/etc/kelsim-" + QFileInfo(folder).fileName() + ".conf";
-    const QString cacheBefore = sha256("/etc/ld.so.cache");
+    const QByteArray cacheBefore = fixture::readFile("/etc/ld.so.cache");
     editManifest("update/update.ini", "DESTPATH=/usr/vorn_app/config/panel.conf",
                  "DESTPATH=" + folder.toUtf8() + "/modbus.conf");
     editManifest("update/update.ini", "SRCPATH=/usr/vorn_app/config/obsolete.conf",
@@ -185,7 +176,7 @@ void TestSim::outsidePathsStayInTheSeal()
     QCOMPARE(fixture::readFile(folder + "/old.conf"), QByteArray("old\n"));
     QVERIFY(!QFile::exists(folder + "/modbus.conf"));
     QVERIFY(!QFile::exists(etcFile));
-    QCOMPARE(sha256("/etc/ld.so.cache"), cacheBefore);
+    QVERIFY(fixture::readFile("/etc/ld.so.cache") == cacheBefore);
     // ...and the report shows all of it.
     const QString elsewhere = fixture::section(out, "changes elsewhere");
     for (const QString& line :
@@ -222,55 +213,22 @@ void TestSim::exitStatus_data()
 {
     QTest::addColumn<QStringList>("simOptions");
     QTest::addColumn<QStringList>("programOptions");
-    QTest::addColumn<bool>("corrupt");
     QTest::addColumn<int>("expected");
-    QTest::newRow("failed update") << QStringList() << QStringList{"-s", "-nr"} << true << 1;
-    QTest::newRow("no end in time")
-        << QStringList{"--timeout", "4"} << QStringList{"-s"} << false << 3;
-    QTest::newRow("unknown option") << QStringList{"--panl", "x"} << QStringList() << false << 2;
+    QTest::newRow("no end in time") << QStringList{"--timeout", "4"} << QStringList{"-s"} << 3;
+    QTest::newRow("unknown option") << QStringList{"--panl", "x"} << QStringList() << 2;
     QTest::newRow("screenshots into a full folder")
-        << QStringList{"--screenshots", QStringLiteral(KEL_SOURCE_DIR)} << QStringList() << false
-        << 2;
+        << QStringList{"--screenshots", QStringLiteral(KEL_SOURCE_DIR)} << QStringList() << 2;
+    QTest::newRow("help") << QStringList{"--help"} << QStringList() << 0;
+    QTest::newRow("version") << QStringList{"--version"} << QStringList() << 0;
 }
 
 void TestSim::exitStatus()
 {
     QFETCH(QStringList, simOptions);
     QFETCH(QStringList, programOptions);
-    QFETCH(bool, corrupt);
     QFETCH(int, expected);
-    if (corrupt)
-        fixture::writeFile(stick + "/update/files/panel.conf", "bright=100\n");
     simulate(stick, QStringList{"--runtime", "absent"} + simOptions, programOptions);
     QCOMPARE(status, expected);
-}
-
-void TestSim::helpAndVersion_data()
-{
-    QTest::addColumn<QString>("tool");
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<QString>("firstLine");
-    const QString kelpack = QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack";
-    for (const QString& tool : {kKelsim, kelpack}) {
-        const QString name = QFileInfo(tool).fileName();
-        QTest::newRow(qPrintable(name + " help"))
-            << tool << QStringList{"--help"} << "usage: " + name + " ";
-        QTest::newRow(qPrintable(name + " version"))
-            << tool << QStringList{"--version"} << name + " " + KEL_VERSION + "\n";
-    }
-    QTest::newRow("kelpack build --help")
-        << kelpack << QStringList{"build", "--help"} << "usage: kelpack ";
-}
-
-void TestSim::helpAndVersion()
-{
-    QFETCH(QString, tool);
-    QFETCH(QStringList, arguments);
-    QFETCH(QString, firstLine);
-    QByteArray out, err;
-    QCOMPARE(fixture::run(tool, arguments, &out, &err), 0);
-    QVERIFY2(err.isEmpty(), err.constData());
-    QVERIFY2(QString::fromUtf8(out).startsWith(firstLine), qPrintable(firstLine));
 }
 
 void TestSim::stubbornRuntimeIsKilled()
@@ -313,19 +271,6 @@ void TestSim::failingPackageTurnsTheScreenRed()
     QCOMPARE(status, 1); // the red screen of an interactive run is its failure
 }
 
-void TestSim::tamperedRuntimeFileKeepsTheOldRuntime()
-{
-    fixture::writeFile(stick + "/update/vorn_app/libvornui.so.1.2.0", "tampered\n");
-    const QString out = simulate(stick, {}, {"-s", "-nr"});
-    QCOMPARE(fixture::section(out, "report"), QString::fromUtf8("[失败]\n"));
-    QVERIFY2(log().contains(QString::fromUtf8("运行环境升级校验:校验失败!")), qPrintable(log()));
-    const QString changes = fixture::section(out, "panel changes");
-    for (const char* runtimeFile :
-         {"/usr/vorn_app/vorn_app ", "/usr/vorn_app/libvornui.so.1 ", "/usr/vorn_app/kellogger "})
-        QVERIFY2(!changes.contains(runtimeFile), qPrintable(changes));
-    QVERIFY(!fixture::section(out, "panel actions").contains("clear saved data"));
-}
-
 void TestSim::garbageLanguageFileFallsBackToBuiltInTexts()
 {
     fixture::writeFile(stick + "/language/0000.lan", garbage(5000));
@@ -339,8 +284,6 @@ enum Damage
 {
     Garbage,
     Truncated,
-    Unscrambled,
-    BadFirstBlock,
     Replaced
 };
 } // namespace
@@ -359,10 +302,6 @@ void TestSim::hostilePackageFailsCleanly_data()
     const QString checkFailed = QString::fromUtf8("升级系统校验:校验失败！");
     QTest::newRow("garbage manifest")
         << top << Garbage << QByteArray() << QByteArray() << unreadable;
-    QTest::newRow("plain manifest")
-        << top << Unscrambled << QByteArray() << QByteArray() << unreadable;
-    QTest::newRow("bad first block")
-        << top << BadFirstBlock << QByteArray() << QByteArray() << unreadable;
     QTest::newRow("garbage item manifest") << system << Garbage << QByteArray() << QByteArray()
                                            << QString::fromUtf8("升级系统校验:配置信息解析失败!");
     QTest::newRow("truncated item manifest")
@@ -394,15 +333,6 @@ void TestSim::hostilePackageFailsCleanly()
         break;
     case Truncated:
         fixture::writeFile(path, bytes.left(bytes.size() * 2 / 3));
-        break;
-    case Unscrambled:
-        QVERIFY(QSettingsFactory::decryptFile(path, dir + "/plain.ini",
-                                              QSettingsFactory::CRYPT_CHECKED));
-        QVERIFY(QFile::remove(path) && QFile::rename(dir + "/plain.ini", path));
-        break;
-    case BadFirstBlock:
-        fixture::writeFile(path,
-                           bytes.replace(0, 8, QByteArray("\xde\xad\xbe\xef\xde\xad\xbe\xef")));
         break;
     case Replaced:
         editManifest(file, from, to);

@@ -64,8 +64,7 @@ enum Damage
     Intact,
     StickFileChangedBeforeImage, // changed after kelpack sign, before kelpack swu
     StickArchiveChangedInImage,  // changed after kelpack swu
-    DescriptionChangedInImage,
-    PanelLacksDeletedFile // the update itself fails on the panel
+    PanelLacksDeletedFile        // the update itself fails on the panel
 };
 } // namespace
 Q_DECLARE_METATYPE(Damage)
@@ -91,9 +90,6 @@ void TestSimFleet::delivery_data()
     QTest::newRow("stick archive changed after the image was signed")
         << StickArchiveChangedInImage << "KEL-700"
         << "failure" << false << QString() << "HASH mismatch";
-    QTest::newRow("sw-description changed after signing")
-        << DescriptionChangedInImage << "KEL-700"
-        << "failure" << false << QString() << "Signature verification failed";
     QTest::newRow("image for other models")
         << Intact << "KEL-430"
         << "failure" << false << QString() << "SW not compatible with hardware";
@@ -129,11 +125,6 @@ void TestSimFleet::delivery()
     if (damage == StickArchiveChangedInImage) {
         QVERIFY(fixture::cpioEntry(bytes, "stick.tar", &offset, &size));
         bytes[offset + size / 2] = char(bytes[offset + size / 2] ^ 0x01);
-    } else if (damage == DescriptionChangedInImage) {
-        QVERIFY(fixture::cpioEntry(bytes, "sw-description", &offset, &size));
-        const int version = bytes.indexOf("\"1.2.0\"", offset);
-        QVERIFY(version > offset && version < offset + size);
-        bytes[version + 1] = '9';
     }
     fixture::writeFile(image, bytes);
 

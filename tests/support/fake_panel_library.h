@@ -4,7 +4,6 @@
 
 #include <QString>
 #include <QStringList>
-#include <algorithm>
 #include <cerrno>
 #include <functional>
 
@@ -48,13 +47,6 @@ public:
     {
         ++datasyncs;
         return 0;
-    }
-
-    // Number of recorded calls whose text starts with prefix.
-    int count(const QString& prefix) const
-    {
-        return int(std::count_if(calls.begin(), calls.end(),
-                                 [&](const QString& call) { return call.startsWith(prefix); }));
     }
 
     QStringList calls; // e.g. "state 0", "exit", "kill 0", "beep 500", "delSaveData 5 0", "reboot"
