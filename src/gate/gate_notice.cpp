@@ -17,7 +17,10 @@ const int kTickMs = 1000;
 
 QLabel* addLabel(QVBoxLayout* layout, const QString& text, int pixelSize, bool bold)
 {
-    auto* label = new QLabel(text);
+    auto* label = new QLabel;
+    // The reason carries names from the stick: never markup.
+    label->setTextFormat(Qt::PlainText);
+    label->setText(text);
     label->setWordWrap(true);
     label->setAlignment(Qt::AlignCenter);
     QFont font = label->font();

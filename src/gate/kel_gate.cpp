@@ -1,13 +1,15 @@
 #include "kel_gate.h"
 
-#include "clogger.h"
 #include "def.h"
 #include "gate_notice.h"
 #include "maincfg.h"
 #include "multilingual_management.h"
 #include "panel_identity.h"
 #include "panel_library.h"
+#include "ram_folder.h"
+#include "safe_file.h"
 #include "slienceupdate.h"
+#include "stick_sources.h"
 #include "stick_tree.h"
 #include "trust_store.h"
 #include "utf8_text.h"
@@ -16,10 +18,12 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QSettings>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -31,15 +35,28 @@ const int kBuiltInRunningReport = 2054;
 const int kFailureReport = 2055;
 const int kTitleText = 2224;
 const int kCannotStartText = 2237;
+const int kNoRoomText = 2239;
+const int kSourceOutsideText = 2240;
+const int kStateUnwritableText = 2242;
+const int kBusyText = 2244;
+const int kCannotCopyText = 2245;
 const int kRefusalBeepMs = 1000;
+const qint64 kMib = qint64(1) << 20;
+// The log carried between the stick and the panel; a larger one is started afresh.
+const qint64 kMaxLogBytes = 64 * kMib;
+const char kPanelLogName[] = "update.log";
+const char kLockName[] = "lock";
+const char kCopyFolderName[] = "stick";
 const char kUsageText[] =
-    "usage: kelgate [--config DIR] [--state DIR] [--notice-seconds N]\n"
-    "               STICK/PACKAGE/kelloadui.bin [PROGRAM_OPTION...]\n"
+    "usage: kelgate [--config DIR] [--state DIR] [--run DIR] [--ram-limit MIB]\n"
+    "               [--notice-seconds N] STICK/PACKAGE/kelloadui.bin [PROGRAM_OPTION...]\n"
     "       kelgate --help | --version\n"
     "\n"
-    "Checks the stick's manifest, signature and files against the keys in CONFIG/keys (default\n"
-    "/etc/kelgate/keys), the model in CONFIG/model and the version in STATE/version (default\n"
-    "/var/lib/kelgate/version), then starts kelloadui.bin with the program options.\n"
+    "Checks the panel's keys in CONFIG/keys (default /etc/kelgate/keys), its model in\n"
+    "CONFIG/model and its version in STATE/version (default /var/lib/kelgate/version), then the\n"
+    "stick's manifest and signature; copies the signed files into a private RAM folder below RUN\n"
+    "(default /run/kelgate; at most MIB, default half of the free memory), checks them there and\n"
+    "starts that copy of kelloadui.bin with the program options. One stick at a time.\n"
     "Exit status: the program's own once started; 1 the stick was refused; 2 wrong usage.\n";
 // Language files of the gate, beside its program: PREFIX/bin/kelgate, PREFIX/share/kelgate.
 const char kLanguageDirFromProgram[] = "/../share/kelgate/language/";
@@ -57,6 +74,7 @@ const ReasonText kReasonTexts[] = {
     {StickCheck::UnsafeEntry, 2231},        {StickCheck::OtherModel, 2232},
     {StickCheck::OlderVersion, 2233},       {StickCheck::PanelTooOld, 2234},
     {StickCheck::ModelUnknown, 2235},       {StickCheck::FileUnreadable, 2236},
+    {StickCheck::KeysUnusable, 2241},       {StickCheck::VersionUnreadable, 2243},
 };
 
 void journal(const QString& line)
@@ -80,6 +98,18 @@ QString languageFile()
     const QString programDir = QFileInfo(QFileInfo("/proc/self/exe").symLinkTarget()).path();
     return QDir::cleanPath(programDir + kLanguageDirFromProgram) +
            QString("/%1.lan").arg(number, 4, 10, QChar('0'));
+}
+
+// The log with a report over its first bytes, as the updater writes its report.
+QByteArray withReport(QByteArray log, const QString& report)
+{
+    const QByteArray head = report.toUtf8();
+    return log.replace(0, std::min(head.size(), log.size()), head);
+}
+
+bool isBelow(const QString& path, const QString& dir)
+{
+    return path.startsWith(dir + "/");
 }
 
 } // namespace
@@ -108,18 +138,21 @@ bool KelGate::parseArguments(int argc, char** argv)
         if (i + 1 >= argc)
             return false;
         const QString value = QString::fromUtf8(argv[++i]);
-        bool number = false;
-        if (option == "--config") {
+        bool number = true;
+        if (option == "--config")
             m_configDir = value;
-        } else if (option == "--state") {
+        else if (option == "--state")
             m_stateDir = value;
-        } else if (option == "--notice-seconds") {
+        else if (option == "--run")
+            m_runDir = value;
+        else if (option == "--notice-seconds")
             m_noticeSeconds = value.toInt(&number);
-            if (!number || m_noticeSeconds < 0)
-                return false;
-        } else {
+        else if (option == "--ram-limit")
+            m_ramLimitMib = value.toLongLong(&number);
+        else
             return false;
-        }
+        if (!number || m_noticeSeconds < 0 || m_ramLimitMib < 0)
+            return false;
     }
     if (i >= argc)
         return false;
@@ -128,6 +161,7 @@ bool KelGate::parseArguments(int argc, char** argv)
     m_packageDir = program.absolutePath();
     m_programIndex = i;
     m_argc = argc;
+    m_argv = argv;
     // The gate starts the updater and nothing else.
     return program.fileName() == kel::kProgramName;
 }
@@ -151,6 +185,14 @@ QString KelGate::logPath(char** argv) const
     return QDir::cleanPath(QDir(m_packageDir).absoluteFilePath(path));
 }
 
+bool KelGate::lockRun()
+{
+    QDir().mkpath(m_runDir);
+    const QByteArray path = QFile::encodeName(m_runDir + "/" + kLockName);
+    m_lock = ::open(path.constData(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    return m_lock >= 0 && flock(m_lock, LOCK_EX | LOCK_NB) == 0;
+}
+
 int KelGate::run(int& argc, char** argv)
 {
     kel::useUtf8Locale();
@@ -167,45 +209,150 @@ int KelGate::run(int& argc, char** argv)
         fputs(kUsageText, stderr);
         return kUsage;
     }
+    m_appArgc = &argc;
     loadTexts();
+    // A second stick while one is checked or updated is turned away quietly: the screen
+    // belongs to the running update.
+    if (!lockRun())
+        return m_lock >= 0 && errno == EWOULDBLOCK
+                   ? refuse(kel::text(kBusyText), QString(), false)
+                   : refuse(kel::text(kCannotCopyText).arg(m_runDir), strerror(errno));
+    return checkAndStart(argv);
+}
+
+int KelGate::checkAndStart(char** argv)
+{
     PanelIdentity panel(m_configDir, m_stateDir);
-    // A run that the panel's restart ended is recorded now.
+    // Without its state the gate could neither hold the version floor nor keep the run's log.
+    if (!panel.stateWritable())
+        return refuse(kel::text(kStateUnwritableText).arg(StickTree::quoted(m_stateDir.toUtf8())),
+                      QString());
+    // A run that the panel's restart ended is settled from the log the panel kept.
     if (panel.settlePending(m_successReport))
         journal("recorded installed version " + panel.installedVersion());
     const TrustStore keys(m_configDir + "/keys");
     for (const QString& problem : keys.problems())
         journal(problem);
     StickCheck check(m_packageDir);
-    const StickCheck::Result result = check.run(keys, &panel);
-    if (result == StickCheck::NoManifest) {
-        journal(m_packageDir + ": no manifest and no key installed: started unchecked");
-        return start(argv, nullptr);
+    StickCheck::Result result = check.checkListing(keys, &panel);
+    const bool listed = result != StickCheck::NoManifest;
+    if (!listed) {
+        journal(m_packageDir + ": no manifest and no key installed: starting it unchecked");
+        result = check.adoptListing();
     }
     if (result != StickCheck::Passed)
-        return refuse(argc, argv, reason(result, check), check.detail());
+        return refuse(reason(result, check), check.detail());
 
     const QString log = logPath(argv);
-    // An older report at the head of the log must not pass for this run's.
-    if (QFileInfo::exists(log)) {
-        CLogger head(log, CLogger::ReadWrite);
-        head.writeReport(m_runningReport);
+    QByteArray oldLog;
+    SafeFile::read(log, kMaxLogBytes, &oldLog);
+    const qint64 needed =
+        RamFolder::needed(check.manifest(), RamFolder::kWorkingRoomBytes + oldLog.size());
+    const qint64 allowed = RamFolder::allowed(m_ramLimitMib);
+    if (needed > allowed)
+        return refuse(kel::text(kNoRoomText).arg((needed + kMib - 1) / kMib).arg(allowed / kMib),
+                      QString());
+    RamFolder copy(m_runDir + "/" + kCopyFolderName);
+    const QString copyTop = copy.dir();
+    QString error;
+    qint64 room = 0;
+    switch (copy.prepare(needed, &room, &error)) {
+    case RamFolder::Ready:
+        break;
+    case RamFolder::NoRoom:
+        return refuse(kel::text(kNoRoomText).arg((needed + kMib - 1) / kMib).arg(room / kMib),
+                      QString());
+    case RamFolder::Failed:
+        return refuse(kel::text(kCannotCopyText).arg(copyTop), error);
     }
-    if (!panel.recordPending(check.manifest().version, log, check.manifestPath(),
-                             check.manifestSha256()))
-        journal(m_stateDir + ": cannot be written: the installed version will not be recorded");
+    result = check.checkContents(copyTop);
+    if (result != StickCheck::Passed)
+        return refuse(reason(result, check), check.detail());
+    const QString copyPackage = copyTop + "/" + QFileInfo(m_packageDir).fileName();
+    const QString outside = sourceOutside(copyPackage);
+    if (!outside.isEmpty())
+        return refuse(outside, QString());
+
+    const QString panelLog = prepareLog(log, copyTop);
+    if (panelLog.isEmpty() || (listed && !panel.recordPending(check.manifest().version,
+                                                              check.manifestSha256(), panelLog)))
+        return refuse(kel::text(kStateUnwritableText).arg(StickTree::quoted(m_stateDir.toUtf8())),
+                      QString());
     journal(m_packageDir + ": package " + check.manifest().version + " for " +
             check.manifest().models.join(", ") + " passed (" +
             QString::number(check.manifest().files.size()) +
-            (keys.isEmpty() ? " files, no key installed" : " files, signed") + "): starting " +
-            kel::kProgramName);
-    return start(argv, &panel);
+            (keys.isEmpty() ? " files, no key installed" : " files, signed") +
+            "): starting the copy in " + copyPackage);
+    m_started = false;
+    const int status = start(copyPackage + "/" + kel::kProgramName, argv);
+    if (!m_started)
+        return status;
+    if (panelLog != log)
+        carryLogBack(panelLog, log);
+    if (panel.settlePending(m_successReport))
+        journal("recorded installed version " + panel.installedVersion());
+    return status;
 }
 
-int KelGate::start(char** argv, PanelIdentity* panel)
+QString KelGate::sourceOutside(const QString& copyPackage) const
+{
+    StickSources sources;
+    QString error;
+    // An unreadable manifest is the program's to report; it names no source at all.
+    if (!sources.read(copyPackage, &error))
+        return QString();
+    const QVector<StickSources::Source> outside = sources.outside();
+    if (outside.isEmpty())
+        return QString();
+    const StickSources::Source& source = outside.first();
+    return kel::text(kSourceOutsideText)
+        .arg(StickTree::quoted((source.manifest + " " + source.key).toUtf8()),
+             StickTree::quoted(source.value.toUtf8()));
+}
+
+QString KelGate::prepareLog(const QString& log, const QString& copyTop)
+{
+    const QString top = StickTree::topDir(m_packageDir);
+    QByteArray text;
+    SafeFile::read(log, kMaxLogBytes, &text);
+    // An older report at the head of the log must not pass for this run's.
+    if (!text.isEmpty())
+        text = withReport(text, m_runningReport);
+    if (!isBelow(log, top))
+        return text.isEmpty() || SafeFile::replace(log, text) ? log : QString();
+    const QString panelLog = m_stateDir + "/" + kPanelLogName;
+    const QString copyLog = copyTop + log.mid(top.size());
+    QDir().mkpath(QFileInfo(copyLog).path());
+    QFile::remove(copyLog);
+    if (!SafeFile::replace(panelLog, text) || !QFile::link(panelLog, copyLog))
+        return QString();
+    return panelLog;
+}
+
+void KelGate::carryLogBack(const QString& panelLog, const QString& stickLog)
+{
+    QByteArray text;
+    if (SafeFile::read(panelLog, kMaxLogBytes, &text) != SafeFile::Ok ||
+        !writeToStick(stickLog, text))
+        journal(stickLog + ": the log cannot be written back to the stick; it stays in " +
+                panelLog);
+}
+
+bool KelGate::writeToStick(const QString& path, const QByteArray& bytes)
+{
+    if (SafeFile::replace(path, bytes))
+        return true;
+    // The stick is mounted read-only while it is checked and used; its log goes back after.
+    const QString top = StickTree::topDir(m_packageDir);
+    return errno == EROFS && isBelow(path, top) && RamFolder::remountWritable(top) &&
+           SafeFile::replace(path, bytes);
+}
+
+int KelGate::start(const QString& program, char** argv)
 {
     std::vector<char*> programArgv;
-    const QByteArray program = QFile::encodeName(m_program);
-    programArgv.push_back(const_cast<char*>(program.constData()));
+    const QByteArray path = QFile::encodeName(program);
+    programArgv.push_back(const_cast<char*>(path.constData()));
     for (int i = m_programIndex + 1; i < m_argc; ++i)
         programArgv.push_back(argv[i]);
     programArgv.push_back(nullptr);
@@ -213,7 +360,7 @@ int KelGate::start(char** argv, PanelIdentity* panel)
     // The child reports a failed exec through a pipe that a successful exec closes.
     int report[2];
     if (pipe2(report, O_CLOEXEC) != 0)
-        return refuse(m_argc, argv, kel::text(kCannotStartText).arg(m_program), strerror(errno));
+        return cannotStart(errno);
     const pid_t child = fork();
     int error = errno;
     if (child == 0) {
@@ -228,30 +375,38 @@ int KelGate::start(char** argv, PanelIdentity* panel)
     while (child > 0 && (n = read(report[0], &error, sizeof error)) < 0 && errno == EINTR) {
     }
     close(report[0]);
+    m_started = n == 0;
     int status = 0;
     while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
-    if (panel && panel->settlePending(m_successReport))
-        journal("recorded installed version " + panel->installedVersion());
     if (child < 0 || n == sizeof error)
-        return refuse(m_argc, argv, kel::text(kCannotStartText).arg(m_program), strerror(error));
+        return cannotStart(error);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-int KelGate::refuse(int& argc, char** argv, const QString& reason, const QString& detail)
+int KelGate::cannotStart(int error)
+{
+    PanelIdentity(m_configDir, m_stateDir).settlePending(m_successReport);
+    return refuse(kel::text(kCannotStartText).arg(m_program), strerror(error));
+}
+
+int KelGate::refuse(const QString& reason, const QString& detail, bool notice)
 {
     const QString line = kel::text(kTitleText) + ": " + reason;
-    CLogger log(logPath(argv), CLogger::ReadWrite);
-    log.writeReport(kel::text(kFailureReport));
-    log.write(line + "\n");
-    log.close();
+    const QString log = logPath(m_argv);
+    QByteArray text;
+    SafeFile::read(log, kMaxLogBytes, &text);
+    if (!writeToStick(log, withReport(text, kel::text(kFailureReport)) + line.toUtf8() + "\n"))
+        journal(log + ": the refusal cannot be written into the log");
     journal(m_packageDir + ": " + line + (detail.isEmpty() ? QString() : " (" + detail + ")"));
+    if (!notice)
+        return kRefused;
     PanelLibrary::instance().setBeeTime(kRefusalBeepMs);
 
-    QApplication app(argc, argv);
+    QApplication app(*m_appArgc, m_argv);
     MainCfg::initCfg(app);
-    GateNotice notice(reason, m_packageDir, m_noticeSeconds);
-    notice.show();
+    GateNotice note(reason, m_packageDir, m_noticeSeconds);
+    note.show();
     app.exec();
     return kRefused;
 }

@@ -8,15 +8,16 @@ class PanelIdentity;
 
 // The panel's gate in front of a stick's updater:
 //
-//     kelgate [--config DIR] [--state DIR] [--notice-seconds N]
+//     kelgate [--config DIR] [--state DIR] [--run DIR] [--ram-limit MIB] [--notice-seconds N]
 //             STICK/PACKAGE/kelloadui.bin [PROGRAM_OPTION...]
 //
-// It checks the stick (StickCheck) with the keys in CONFIG/keys and the panel's model and last
-// installed version (PanelIdentity), then starts the stick's kelloadui.bin with the program
-// options and waits for it, so that it can record the installed version once the log reports
-// success. A refused stick runs nothing: the gate writes the reason to the stick's log and to
-// standard error (the journal), sounds the beeper, shows a full-screen red notice and exits
-// with kRefused.
+// One stick at a time: it checks the panel's keys, model and version and the stick's manifest,
+// copies the signed files into a private RAM folder, checks every file's SHA-256 on that copy
+// and starts the copy's kelloadui.bin with the program options, so that nothing the stick does
+// after the check changes what runs. The run's log is kept on the panel and carried back to the
+// stick afterwards; the version is noted before the start and recorded from the panel's own log.
+// A refused stick runs nothing: the gate writes the reason to the stick's log and to standard
+// error (the journal), sounds the beeper, shows a full-screen red notice and exits with kRefused.
 class KelGate
 {
 public:
@@ -24,6 +25,7 @@ public:
     static constexpr int kUsage = 2;
     static constexpr char kDefaultConfigDir[] = "/etc/kelgate";
     static constexpr char kDefaultStateDir[] = "/var/lib/kelgate";
+    static constexpr char kDefaultRunDir[] = "/run/kelgate";
 
     // Returns the exit status: the program's own once it was started.
     int run(int& argc, char** argv);
@@ -36,16 +38,32 @@ private:
     void loadTexts();
     // The log the program would write with these options, or the stick's update.log.
     QString logPath(char** argv) const;
-    int start(char** argv, PanelIdentity* panel);
-    int refuse(int& argc, char** argv, const QString& reason, const QString& detail);
+    bool lockRun();
+    int checkAndStart(char** argv);
+    // The run's log on the panel, started from the stick's log with the running report; the
+    // copy's log path becomes a link to it. Empty when it cannot be made.
+    QString prepareLog(const QString& log, const QString& copyTop);
+    void carryLogBack(const QString& panelLog, const QString& stickLog);
+    QString sourceOutside(const QString& copyPackage) const;
+    // The program's exit status; a program that cannot start is refused.
+    int start(const QString& program, char** argv);
+    int cannotStart(int error);
+    int refuse(const QString& reason, const QString& detail, bool notice = true);
+    bool writeToStick(const QString& path, const QByteArray& bytes);
 
     QString m_configDir = kDefaultConfigDir;
     QString m_stateDir = kDefaultStateDir;
+    QString m_runDir = kDefaultRunDir;
+    qint64 m_ramLimitMib = 0;
     int m_noticeSeconds = 120;
     QString m_program;
     QString m_packageDir;
     int m_programIndex = 0;
     int m_argc = 0;
+    int* m_appArgc = nullptr;
+    char** m_argv = nullptr;
+    int m_lock = -1;
+    bool m_started = false;
     // Report lines of the built-in table, whatever the language.
     QString m_successReport;
     QString m_runningReport;

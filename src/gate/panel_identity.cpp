@@ -1,11 +1,11 @@
 #include "panel_identity.h"
 
+#include "safe_file.h"
 #include "stick_manifest.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
-#include <QSaveFile>
+#include <QStringList>
 #include <unistd.h>
 
 namespace {
@@ -13,26 +13,19 @@ namespace {
 const char kModelFile[] = "model";
 const char kVersionFile[] = "version";
 const char kPendingFile[] = "pending";
+const char kProbeFile[] = ".probe";
 const qint64 kMaxStateFileBytes = 8192;
+const int kPendingLines = 4;
 
-// The first line of a small file, without its line end and surrounding blanks.
-QString firstLine(const QString& path)
+// The first line of a small file, without its line end and surrounding blanks; empty when the
+// file is missing or not a plain file of its own.
+QString firstLine(const QString& path, bool* present = nullptr)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return QString();
-    const QByteArray text = file.read(kMaxStateFileBytes);
+    QByteArray text;
+    const SafeFile::Read read = SafeFile::head(path, kMaxStateFileBytes, &text);
+    if (present)
+        *present = read != SafeFile::Missing;
     return QString::fromUtf8(text.left(text.indexOf('\n'))).trimmed();
-}
-
-QByteArray sha256Of(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly) || file.size() > StickManifest::kMaxBytes)
-        return QByteArray();
-    QCryptographicHash sum(QCryptographicHash::Sha256);
-    sum.addData(&file);
-    return sum.result().toHex();
 }
 
 } // namespace
@@ -47,6 +40,11 @@ QString PanelIdentity::modelFile() const
     return m_configDir + "/" + kModelFile;
 }
 
+QString PanelIdentity::versionFile() const
+{
+    return m_stateDir + "/" + kVersionFile;
+}
+
 QString PanelIdentity::model() const
 {
     const QString model = firstLine(modelFile());
@@ -55,41 +53,60 @@ QString PanelIdentity::model() const
 
 QString PanelIdentity::installedVersion() const
 {
-    const QString version = firstLine(m_stateDir + "/" + kVersionFile);
+    const QString version = firstLine(versionFile());
     return StickManifest::isVersion(version) ? version : QString();
 }
 
-bool PanelIdentity::writeState(const QString& name, const QByteArray& text)
+bool PanelIdentity::versionReadable() const
+{
+    bool present = false;
+    const QString version = firstLine(versionFile(), &present);
+    return !present || StickManifest::isVersion(version);
+}
+
+bool PanelIdentity::stateWritable() const
+{
+    const QString probe = m_stateDir + "/" + kProbeFile;
+    const bool written = writeState(kProbeFile, QByteArray());
+    QFile::remove(probe);
+    return written;
+}
+
+bool PanelIdentity::writeState(const QString& name, const QByteArray& text) const
 {
     // Written whole or not at all: a power cut must not leave half a version behind.
-    QSaveFile file(m_stateDir + "/" + name);
-    if (!QDir().mkpath(m_stateDir) || !file.open(QIODevice::WriteOnly) ||
-        file.write(text) != text.size() || !file.commit())
+    if (!QDir().mkpath(m_stateDir) || !SafeFile::replace(m_stateDir + "/" + name, text))
         return false;
     sync();
     return true;
 }
 
-bool PanelIdentity::recordPending(const QString& version, const QString& logPath,
-                                  const QString& manifestPath, const QByteArray& manifestSha256)
+bool PanelIdentity::recordPending(const QString& version, const QByteArray& manifestSha256,
+                                  const QString& panelLog)
 {
     return writeState(kPendingFile,
-                      (QStringList{version, logPath, manifestPath}.join('\n') + '\n').toUtf8() +
-                          manifestSha256 + '\n');
+                      version.toUtf8() + '\n' + manifestSha256 + '\n' + panelLog.toUtf8() + '\n');
+}
+
+QByteArray PanelIdentity::pendingManifest() const
+{
+    QByteArray text;
+    SafeFile::read(m_stateDir + "/" + kPendingFile, kMaxStateFileBytes, &text);
+    const QList<QByteArray> lines = text.split('\n');
+    return lines.size() == kPendingLines ? lines[1] : QByteArray();
 }
 
 bool PanelIdentity::settlePending(const QString& successReport)
 {
-    QFile note(m_stateDir + "/" + kPendingFile);
-    if (!note.open(QIODevice::ReadOnly))
+    QByteArray text;
+    const QString note = m_stateDir + "/" + kPendingFile;
+    if (SafeFile::read(note, kMaxStateFileBytes, &text) == SafeFile::Missing)
         return false;
-    const QStringList lines = QString::fromUtf8(note.read(kMaxStateFileBytes)).split('\n');
-    note.close();
-    note.remove();
+    QFile::remove(note);
     sync();
-    if (lines.size() != 5 || !StickManifest::isVersion(lines[0]))
+    const QStringList lines = QString::fromUtf8(text).split('\n');
+    if (lines.size() != kPendingLines || !StickManifest::isVersion(lines[0]))
         return false;
-    const bool succeeded = firstLine(lines[1]) == successReport;
-    const bool sameStick = !lines[3].isEmpty() && sha256Of(lines[2]) == lines[3].toLatin1();
-    return succeeded && sameStick && writeState(kVersionFile, lines[0].toUtf8() + '\n');
+    return firstLine(lines[2]) == successReport &&
+           writeState(kVersionFile, lines[0].toUtf8() + '\n');
 }

@@ -1,6 +1,7 @@
 #include "stick_check.h"
 
 #include "panel_identity.h"
+#include "safe_file.h"
 #include "stick_signature.h"
 #include "stick_tree.h"
 #include "trust_store.h"
@@ -10,8 +11,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSet>
-#include <fcntl.h>
-#include <unistd.h>
+#include <algorithm>
 
 namespace {
 
@@ -20,19 +20,9 @@ const qint64 kMaxSignatureFileBytes = 4096;
 // A panel without a recorded version is older than any package.
 const char kNoVersion[] = "0";
 
-// Up to limit + 1 bytes of a regular file opened without following a link; false when it
-// cannot be read.
-bool readSmallFile(const QString& path, qint64 limit, QByteArray* bytes)
+QString quoted(const QString& path)
 {
-    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
-    QFile file;
-    if (fd < 0 || !file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
-        if (fd >= 0)
-            ::close(fd);
-        return false;
-    }
-    *bytes = file.read(limit + 1);
-    return file.error() == QFileDevice::NoError;
+    return StickTree::quoted(path.toUtf8());
 }
 
 } // namespace
@@ -60,8 +50,18 @@ StickCheck::Result StickCheck::refuse(Result result, const QStringList& argument
 
 StickCheck::Result StickCheck::run(const TrustStore& keys, const PanelIdentity* panel)
 {
+    const Result listing = checkListing(keys, panel);
+    return listing == Passed ? checkContents() : listing;
+}
+
+StickCheck::Result StickCheck::checkListing(const TrustStore& keys, const PanelIdentity* panel)
+{
     m_arguments.clear();
     m_detail.clear();
+    if (!keys.usable())
+        return refuse(KeysUnusable, {quoted(keys.problemPath())});
+    if (panel && !panel->versionReadable())
+        return refuse(VersionUnreadable, {quoted(panel->versionFile())});
     const Result read = readManifest(keys);
     if (read != Passed)
         return read;
@@ -70,26 +70,45 @@ StickCheck::Result StickCheck::run(const TrustStore& keys, const PanelIdentity* 
         if (fits != Passed)
             return fits;
     }
-    return checkFiles();
+    QList<QByteArray> present;
+    QByteArray unsafe;
+    if (!StickTree::list(m_package, &present, &unsafe))
+        return refuse(UnsafeEntry, {StickTree::quoted(unsafe)});
+    std::sort(present.begin(), present.end());
+    QSet<QByteArray> listed;
+    for (const StickManifest::File& file : m_manifest.files)
+        listed.insert(file.path.toUtf8());
+    for (const QByteArray& path : present) {
+        if (!listed.contains(path))
+            return refuse(ExtraFile, {StickTree::quoted(path)});
+    }
+    const QSet<QByteArray> onStick(present.begin(), present.end());
+    for (const StickManifest::File& file : m_manifest.files) {
+        if (!onStick.contains(file.path.toUtf8()))
+            return refuse(FileMissing, {quoted(file.path)});
+    }
+    return Passed;
 }
 
 StickCheck::Result StickCheck::readManifest(const TrustStore& keys)
 {
-    const QString relative = m_folder + "/" + StickManifest::kFileName;
-    const QFileInfo info(manifestPath());
-    if (!info.exists() && !info.isSymLink()) {
+    const QString relative = quoted(m_folder + "/" + StickManifest::kFileName);
+    QByteArray text;
+    switch (SafeFile::read(manifestPath(), StickManifest::kMaxBytes, &text)) {
+    case SafeFile::Missing:
         // A signature without its manifest is a stick that lost a file, not an old stick.
         if (hasSignature()) {
             m_detail = "the signature is there but the manifest is missing";
             return refuse(ManifestUnreadable, {relative, "0"});
         }
         return keys.isEmpty() ? NoManifest : Unsigned;
-    }
-    QByteArray text;
-    if (info.isSymLink() || !info.isFile())
+    case SafeFile::Unsafe:
         return refuse(UnsafeEntry, {relative});
-    if (!readSmallFile(manifestPath(), StickManifest::kMaxBytes, &text))
+    case SafeFile::Unreadable:
         return refuse(FileUnreadable, {relative});
+    case SafeFile::Ok:
+        break;
+    }
     m_manifestSha256 = QCryptographicHash::hash(text, QCryptographicHash::Sha256).toHex();
     int line = 0;
     if (!m_manifest.parse(text, &line, &m_detail))
@@ -103,8 +122,8 @@ StickCheck::Result StickCheck::readManifest(const TrustStore& keys)
     QByteArray signatureText, signature;
     if (!hasSignature())
         return refuse(Unsigned, {});
-    if (!readSmallFile(m_package + "/" + StickManifest::kSignatureName, kMaxSignatureFileBytes,
-                       &signatureText) ||
+    if (SafeFile::read(m_package + "/" + StickManifest::kSignatureName, kMaxSignatureFileBytes,
+                       &signatureText) != SafeFile::Ok ||
         !StickSignature::decode(signatureText, StickSignature::kSignatureKind,
                                 StickSignature::kSignatureBytes, &signature) ||
         !keys.verifies(text, signature))
@@ -116,7 +135,7 @@ StickCheck::Result StickCheck::checkPanel(const PanelIdentity& panel)
 {
     const QString model = panel.model();
     if (model.isEmpty())
-        return refuse(ModelUnknown, {panel.modelFile()});
+        return refuse(ModelUnknown, {quoted(panel.modelFile())});
     if (!m_manifest.models.contains(model))
         return refuse(OtherModel, {m_manifest.models.join(", "), model});
     const QString installed = panel.installedVersion();
@@ -128,37 +147,43 @@ StickCheck::Result StickCheck::checkPanel(const PanelIdentity& panel)
     return Passed;
 }
 
-StickCheck::Result StickCheck::checkFiles()
+StickCheck::Result StickCheck::checkContents(const QString& copyTop)
 {
-    QStringList present;
-    QString unsafe;
-    if (!StickTree::list(m_package, &present, &unsafe))
-        return refuse(UnsafeEntry, {unsafe});
-    present.sort();
-    QSet<QString> listed;
-    for (const StickManifest::File& file : m_manifest.files)
-        listed.insert(file.path);
-    for (const QString& path : present) {
-        if (!listed.contains(path))
-            return refuse(ExtraFile, {path});
-    }
-    const QSet<QString> onStick(present.begin(), present.end());
-    for (const StickManifest::File& file : m_manifest.files) {
-        if (!onStick.contains(file.path))
-            return refuse(FileMissing, {file.path});
-    }
     const QString top = StickTree::topDir(m_package);
     for (const StickManifest::File& file : m_manifest.files) {
         const QString path = top + "/" + file.path;
+        QString copy;
+        if (!copyTop.isEmpty()) {
+            copy = copyTop + "/" + file.path;
+            QDir().mkpath(QFileInfo(copy).path());
+        }
         qint64 size = 0;
         QByteArray sha256;
         // A size that differs already tells; no need to read the whole file for it.
         if (QFileInfo(path).size() != file.size)
-            return refuse(FileChanged, {file.path});
-        if (!StickTree::hash(path, &size, &sha256))
-            return refuse(FileUnreadable, {file.path});
-        if (size != file.size || sha256 != file.sha256)
-            return refuse(FileChanged, {file.path});
+            return refuse(FileChanged, {quoted(file.path)});
+        if (!StickTree::hash(path, &size, &sha256, copy))
+            return refuse(FileUnreadable, {quoted(file.path)});
+        if (size != file.size || (!file.sha256.isEmpty() && sha256 != file.sha256))
+            return refuse(FileChanged, {quoted(file.path)});
+    }
+    return Passed;
+}
+
+StickCheck::Result StickCheck::adoptListing()
+{
+    QList<QByteArray> present;
+    QByteArray unsafe;
+    if (!StickTree::list(m_package, &present, &unsafe))
+        return refuse(UnsafeEntry, {StickTree::quoted(unsafe)});
+    m_manifest = StickManifest();
+    m_manifest.folder = m_folder;
+    const QString top = StickTree::topDir(m_package);
+    for (const QByteArray& path : present) {
+        StickManifest::File file;
+        file.path = QString::fromUtf8(path);
+        file.size = QFileInfo(top + "/" + file.path).size();
+        m_manifest.files.append(file);
     }
     return Passed;
 }

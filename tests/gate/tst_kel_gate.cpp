@@ -3,14 +3,21 @@
 #include "gate_notice.h"
 #include "multilingual_management.h"
 #include "sandbox.h"
+#include "stick_manifest.h"
+#include "stick_signature.h"
+#include "stick_tree.h"
 
 #include <QDir>
 #include <QProcess>
 #include <QtTest>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
-// The gate program in front of a stand-in updater: it starts the stick's program only after
-// the check, passes the options and exit status through, records the installed version after a
-// reported success only, and refuses in the log, the journal, the beeper and a red notice.
+// The gate program in front of a stand-in updater: it starts a copy of the stick's program only
+// after the check, passes the options and exit status through, records the installed version
+// after a reported success only, keeps its floor across a restart, and refuses in the log, the
+// journal, the beeper and a red notice whatever the stick or the panel's state does.
 class TestKelGate : public QObject
 {
     Q_OBJECT
@@ -20,15 +27,38 @@ private slots:
     void cleanupTestCase() { QDir(dir).removeRecursively(); }
     void programRunsOnlyAfterTheCheck_data();
     void programRunsOnlyAfterTheCheck();
+    void floorSurvivesARestart();
     void onlyTheUpdaterIsStarted();
     void programThatCannotStartIsReported();
+    void noticeShowsTheReasonInRed_data();
     void noticeShowsTheReasonInRed();
 
 private:
-    int gate(const QStringList& args, const QProcessEnvironment& env, QByteArray* err = nullptr);
+    // A signed stick whose stand-in program runs the shell line script.
+    void makeStick(const QByteArray& script, const QString& version = "1.2.0");
+    // Signs the stick as it is, as a package tool that let any source through would have.
+    void signAsAnOlderTool();
+    int gate(const QStringList& args, const QProcessEnvironment& env, QByteArray* err = nullptr,
+             const QStringList& gateOptions = {});
     QString dir;
     QString stick;
 };
+
+namespace {
+
+enum Attack
+{
+    None,
+    ChangedFile,
+    StickSwappedAfterCheck,
+    SourceOutside,
+    SecondInstance,
+    NoRoom,
+    StateUnwritable
+};
+
+} // namespace
+Q_DECLARE_METATYPE(Attack)
 
 void TestKelGate::initTestCase()
 {
@@ -41,15 +71,56 @@ void TestKelGate::initTestCase()
     fixture::writeFile(dir + "/panel/model", "KEL-700\n");
 }
 
-int TestKelGate::gate(const QStringList& args, const QProcessEnvironment& env, QByteArray* err)
+void TestKelGate::makeStick(const QByteArray& script, const QString& version)
+{
+    QDir(stick).removeRecursively();
+    const QString program = stick + "/update/kelloadui.bin";
+    fixture::writeFile(program, "#!/bin/sh\ncd \"$(dirname \"$0\")\"\n" + script + "\n");
+    QFile::setPermissions(program, QFile::permissions(program) | QFile::ExeOwner);
+    fixture::writeFile(stick + "/update/payload.conf", "signed\n");
+    fixture::writeFile(stick + "/language/0001.lan", "[1000]\nstring=Warning\n");
+    QCOMPARE(fixture::kelpack({"sign", stick + "/update", dir + "/vendor.key", "--version", version,
+                               "--models", "KEL-700", "--replaces", "1.0.0"}),
+             0);
+}
+
+void TestKelGate::signAsAnOlderTool()
+{
+    StickManifest manifest;
+    manifest.folder = "update";
+    manifest.version = "1.2.0";
+    manifest.models = QStringList{"KEL-700"};
+    manifest.replaces = "1.0.0";
+    manifest.built = "2026-11-24T00:00:00Z";
+    QList<QByteArray> paths;
+    QByteArray unsafe;
+    QVERIFY(StickTree::list(stick + "/update", &paths, &unsafe));
+    for (const QByteArray& path : paths) {
+        StickManifest::File file;
+        file.path = QString::fromUtf8(path);
+        QVERIFY(StickTree::hash(stick + "/" + file.path, &file.size, &file.sha256));
+        manifest.files << file;
+    }
+    QByteArray secret;
+    QVERIFY(StickSignature::decode(fixture::readFile(dir + "/vendor.key"),
+                                   StickSignature::kSecretKind, StickSignature::kSecretKeyBytes,
+                                   &secret));
+    fixture::writeFile(stick + "/update/kelgate.manifest", manifest.text());
+    fixture::writeFile(stick + "/update/kelgate.sig",
+                       StickSignature::encode(StickSignature::kSignatureKind,
+                                              StickSignature::sign(manifest.text(), secret)));
+}
+
+int TestKelGate::gate(const QStringList& args, const QProcessEnvironment& env, QByteArray* err,
+                      const QStringList& gateOptions)
 {
     QProcess gate;
     gate.setProcessEnvironment(env);
     gate.setWorkingDirectory(stick + "/update");
     gate.start(QStringLiteral(KEL_BINARY_DIR) + "/tools/kelgate/kelgate",
-               QStringList{"--config", dir + "/panel", "--state", dir + "/state",
-                           "--notice-seconds", "0"} +
-                   args);
+               QStringList{"--config", dir + "/panel", "--state", dir + "/state", "--run",
+                           dir + "/run", "--notice-seconds", "0"} +
+                   gateOptions + args);
     gate.waitForFinished(60000);
     if (err)
         *err = gate.readAllStandardError();
@@ -58,62 +129,138 @@ int TestKelGate::gate(const QStringList& args, const QProcessEnvironment& env, Q
 
 void TestKelGate::programRunsOnlyAfterTheCheck_data()
 {
-    QTest::addColumn<bool>("damaged");
+    QTest::addColumn<Attack>("attack");
     QTest::addColumn<QByteArray>("oldLog"); // the stick's log before the run
     QTest::addColumn<QString>("report");    // what the stand-in writes; empty: nothing
     QTest::addColumn<int>("status");
     QTest::addColumn<QString>("version"); // installed afterwards
-    QTest::newRow("success is recorded") << false << QByteArray() << "[成功]" << 7 << "1.2.0";
-    QTest::newRow("failure is not") << false << QByteArray() << "[失败]" << 7 << "1.1.0";
+    QTest::addColumn<QString>("refusal"); // the refusal's text, when refused
+    QTest::newRow("success is recorded")
+        << None << QByteArray() << "[成功]" << 7 << "1.2.0" << QString();
+    QTest::newRow("failure is not")
+        << None << QByteArray() << "[失败]" << 7 << "1.1.0" << QString();
     QTest::newRow("run cut short after an older success")
-        << false << QByteArray("[成功]\n[报告]\n") << "" << 7 << "1.1.0";
-    QTest::newRow("changed file is refused")
-        << true << QByteArray("[成功]\nold\n") << "[成功]" << 1 << "1.1.0";
+        << None << QByteArray("[成功]\n[报告]\n") << "" << 7 << "1.1.0" << QString();
+    QTest::newRow("stick changed after the check")
+        << StickSwappedAfterCheck << QByteArray() << "[成功]" << 7 << "1.2.0" << QString();
+    QTest::newRow("changed file") << ChangedFile << QByteArray("[成功]\nold\n") << "[成功]" << 1
+                                  << "1.1.0" << kel::text(2228).arg("\"language/0001.lan\"");
+    QTest::newRow("source outside the signed files")
+        << SourceOutside << QByteArray() << "[成功]" << 1 << "1.1.0"
+        << kel::text(2240).arg("\"update.ini COPYFILE1/SRCPATH\"", "\"../extra/panel.conf\"");
+    QTest::newRow("second stick while one runs")
+        << SecondInstance << QByteArray() << "[成功]" << 1 << "1.1.0" << kel::text(2244);
+    QTest::newRow("stick larger than the room allowed")
+        << NoRoom << QByteArray() << "[成功]" << 1 << "1.1.0"
+        << kel::text(2239).section("%1", 0, 0);
+    QTest::newRow("state folder cannot be written")
+        << StateUnwritable << QByteArray() << "[成功]" << 1 << ""
+        << kel::text(2242).section("%1", 0, 0);
 }
 
 void TestKelGate::programRunsOnlyAfterTheCheck()
 {
-    QFETCH(bool, damaged);
+    QFETCH(Attack, attack);
     QFETCH(QByteArray, oldLog);
     QFETCH(QString, report);
     QFETCH(int, status);
     QFETCH(QString, version);
+    QFETCH(QString, refusal);
 
-    QDir(stick).removeRecursively();
     QDir(dir + "/state").removeRecursively();
+    QDir(dir + "/run").removeRecursively();
+    QFile::remove(dir + "/ran.txt");
     fixture::writeFile(dir + "/state/version", "1.1.0\n");
-    const QString program = stick + "/update/kelloadui.bin";
-    fixture::writeFile(program, "#!/bin/sh\ncd \"$(dirname \"$0\")\"\n"
-                                "echo \"$*\" > ../ran.txt\n"
-                                "[ -z \"$REPORT\" ] || echo \"$REPORT\" > ../update.log\n"
-                                "exit 7\n");
-    QFile::setPermissions(program, QFile::permissions(program) | QFile::ExeOwner);
-    fixture::writeFile(stick + "/language/0001.lan", "[1000]\nstring=Warning\n");
-    QCOMPARE(fixture::kelpack({"sign", stick + "/update", dir + "/vendor.key", "--version", "1.2.0",
-                               "--models", "KEL-700", "--replaces", "1.0.0"}),
-             0);
-    if (damaged)
+    // The stand-in records its options and the payload it reads beside itself, after the stick
+    // changed under it where the row says so.
+    makeStick("echo \"$*\" > \"$RAN\"\n"
+              "[ -z \"$SWAP\" ] || echo evil > \"$SWAP\"\n"
+              "cat payload.conf >> \"$RAN\"\n"
+              "[ -z \"$REPORT\" ] || echo \"$REPORT\" > ../update.log\n"
+              "exit 7");
+    QStringList options;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    int lock = -1;
+    switch (attack) {
+    case None:
+        break;
+    case ChangedFile:
         fixture::writeFile(stick + "/language/0001.lan", "[1000]\nstring=Warnin9\n");
+        break;
+    case StickSwappedAfterCheck:
+        env.insert("SWAP", stick + "/update/payload.conf");
+        break;
+    case SourceOutside:
+        fixture::writeScrambledIni(
+            stick + "/update/update.ini",
+            "[COPYFILE]\nCOPYFILENUM=1\n[COPYFILE1]\nSRCPATH=../extra/panel.conf\n"
+            "DESTPATH=/etc/panel.conf\nMODE=0\n");
+        fixture::writeFile(stick + "/extra/panel.conf", "unsigned\n");
+        signAsAnOlderTool();
+        break;
+    case SecondInstance:
+        QDir().mkpath(dir + "/run");
+        lock = ::open(QFile::encodeName(dir + "/run/lock"), O_RDWR | O_CREAT, 0600);
+        QCOMPARE(flock(lock, LOCK_EX), 0);
+        break;
+    case NoRoom:
+        options << "--ram-limit"
+                << "1";
+        break;
+    case StateUnwritable:
+        QDir(dir + "/state").removeRecursively();
+        fixture::writeFile(dir + "/state", "a file where the folder should be\n");
+        break;
+    }
     if (!oldLog.isEmpty())
         fixture::writeFile(stick + "/update.log", oldLog);
 
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("REPORT", report);
+    env.insert("RAN", dir + "/ran.txt");
     QByteArray err;
-    QCOMPARE(gate({"./kelloadui.bin", "-s", "-nr", "-p ../update.log"}, env, &err), status);
-    QCOMPARE(fixture::readFile(dir + "/state/version"), version.toUtf8() + "\n");
+    QCOMPARE(gate({"./kelloadui.bin", "-s", "-nr", "-p ../update.log"}, env, &err, options),
+             status);
+    if (lock >= 0)
+        ::close(lock);
+    if (attack == StateUnwritable)
+        QFile::remove(dir + "/state");
+    else
+        QCOMPARE(fixture::readFile(dir + "/state/version"), version.toUtf8() + "\n");
     QVERIFY(!QFile::exists(dir + "/state/pending"));
     const QString log = QString::fromUtf8(fixture::readFile(stick + "/update.log"));
-    if (!damaged) {
-        QCOMPARE(fixture::readFile(stick + "/ran.txt"), QByteArray("-s -nr -p ../update.log\n"));
+    if (refusal.isEmpty()) {
+        // The program ran from a copy: the stick's later bytes never reached it.
+        QCOMPARE(fixture::readFile(dir + "/ran.txt"),
+                 QByteArray("-s -nr -p ../update.log\nsigned\n"));
+        QVERIFY2(log.startsWith(report), qPrintable(log));
+        QVERIFY(QFileInfo(stick + "/update.log").isFile() &&
+                !QFileInfo(stick + "/update.log").isSymLink());
         return;
     }
-    QVERIFY(!QFile::exists(stick + "/ran.txt"));
-    const QString reason = kel::text(2228).arg("language/0001.lan");
+    QVERIFY(!QFile::exists(dir + "/ran.txt"));
     QVERIFY2(log.startsWith(QString::fromUtf8("[失败]\n")), qPrintable(log));
-    QVERIFY2(log.contains(kel::text(2224) + ": " + reason + "\n"), qPrintable(log));
-    QVERIFY(QString::fromUtf8(err).contains(reason));
-    QVERIFY(err.contains("panel: beep"));
+    QVERIFY2(log.contains(kel::text(2224) + ": " + refusal), qPrintable(log));
+    QVERIFY2(QString::fromUtf8(err).contains(refusal), err.constData());
+}
+
+void TestKelGate::floorSurvivesARestart()
+{
+    QDir(dir + "/state").removeRecursively();
+    QDir(dir + "/run").removeRecursively();
+    fixture::writeFile(dir + "/state/version", "1.1.0\n");
+    // The update succeeds, then the panel's restart ends the gate before it records anything.
+    makeStick("echo \"$REPORT\" > ../update.log\nkill -KILL $PPID\nexit 0");
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("REPORT", "[成功]");
+    QCOMPARE(gate({"./kelloadui.bin", "-s", "-r"}, env), -1);
+    QCOMPARE(fixture::readFile(dir + "/state/version"), QByteArray("1.1.0\n"));
+    // An older signed stick after the restart: the floor is the version that was installed.
+    makeStick("exit 0", "1.1.5");
+    QByteArray err;
+    QCOMPARE(gate({"./kelloadui.bin", "-s", "-r"}, env, &err), 1);
+    QCOMPARE(fixture::readFile(dir + "/state/version"), QByteArray("1.2.0\n"));
+    QVERIFY2(QString::fromUtf8(err).contains(kel::text(2233).arg("1.1.5", "1.2.0")),
+             err.constData());
 }
 
 void TestKelGate::onlyTheUpdaterIsStarted()
@@ -137,14 +284,29 @@ void TestKelGate::programThatCannotStartIsReported()
     QVERIFY(!QFile::exists(dir + "/state/pending"));
 }
 
+void TestKelGate::noticeShowsTheReasonInRed_data()
+{
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("plain") << "the reason";
+    // A stick-chosen name that is markup stays text: no green "complete" on a refusal.
+    QTest::newRow("markup in a name")
+        << kel::text(2230).arg("\"<font color=#00ff00 size=7>UPDATE COMPLETE</font>\"");
+}
+
 void TestKelGate::noticeShowsTheReasonInRed()
 {
+    QFETCH(QString, reason);
     QDir().mkpath(dir + "/pulled/update");
-    GateNotice notice("the reason", dir + "/pulled/update", 30);
+    GateNotice notice(reason, dir + "/pulled/update", 30);
     notice.show();
     QVERIFY(QTest::qWaitForWindowExposed(&notice));
-    QCOMPARE(notice.text(), kel::text(2224) + "\nthe reason\n" + kel::text(2238));
-    QCOMPARE(notice.grab().toImage().pixelColor(2, 2), QColor(Qt::red));
+    QCOMPARE(notice.text(), kel::text(2224) + "\n" + reason + "\n" + kel::text(2238));
+    const QImage shot = notice.grab().toImage();
+    QCOMPARE(shot.pixelColor(2, 2), QColor(Qt::red));
+    for (int y = 0; y < shot.height(); y += 2) {
+        for (int x = 0; x < shot.width(); x += 2)
+            QVERIFY(shot.pixelColor(x, y).green() < 128);
+    }
     // Pulling the stick out closes it.
     QDir(dir + "/pulled").removeRecursively();
     QTRY_VERIFY_WITH_TIMEOUT(!notice.isVisible(), 3000);

@@ -2,11 +2,15 @@
 #include "panel_identity.h"
 #include "sandbox.h"
 #include "stick_check.h"
+#include "stick_tree.h"
 #include "trust_store.h"
 
 #include <QDir>
+#include <QProcess>
 #include <QtTest>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 // The gate's verdict on sticks signed by the package tool and then damaged, on panels with
 // other keys, models and versions: each refusal names its reason and what it found.
@@ -40,7 +44,10 @@ enum Damage
     RemoveManifest,
     LinkAt,
     FifoAt,
-    RemoveSignature
+    RemoveSignature,
+    FlipLastByte,
+    AddRawName,
+    SecondName
 };
 
 } // namespace
@@ -57,20 +64,28 @@ void TestStickCheck::initTestCase()
         QDir().mkpath(dir + "/" + key + "-keys");
         QVERIFY(QFile::copy(dir + "/" + key + ".pub", dir + "/" + key + "-keys/" + key + ".pub"));
     }
+    // Key folders that must trust nothing: a damaged only key, a stray file beside a good key.
+    fixture::writeFile(dir + "/broken-keys/vendor.pub", "ed25519-public AAAA\n");
+    QDir().mkpath(dir + "/stray-keys");
+    QVERIFY(QFile::copy(dir + "/vendor.pub", dir + "/stray-keys/vendor.pub"));
+    QVERIFY(QFile::copy(dir + "/vendor.pub", dir + "/stray-keys/vendor.pub.orig"));
 }
 
 void TestStickCheck::init()
 {
     stick = dir + "/stick";
     package = stick + "/update";
-    QDir(stick).removeRecursively();
+    // A name that is not UTF-8 has no QString that reaches it.
+    QProcess::execute("rm", {"-rf", stick});
     QDir(dir + "/panel").removeRecursively();
     fixture::writeFile(package + "/kelloadui.bin", "#!/bin/sh\n");
-    fixture::writeFile(package + "/update.ini", "scrambled");
+    fixture::writeScrambledIni(package + "/update.ini", "[UPDATE]\nUPPROJECT=true\n");
     fixture::writeFile(package + "/project/main.pro", "[project]\n");
     fixture::writeFile(stick + "/language/0001.lan", "[1000]\nstring=Warning\n");
     fixture::writeFile(stick + "/config/vornUpdateSet.ini", "[tool_language]\ntype=1\n");
     fixture::writeFile(stick + "/qws/qwsserver", "server");
+    // Larger than one read block, so that a sum over the first block alone differs.
+    fixture::writeFile(package + "/vorn_app/libbig.so", QByteArray(600 * 1024, 'x'));
     // Beside the folders the updater reads, anything may lie on a stick.
     fixture::writeFile(stick + "/photos/holiday.jpg", "jpeg");
 }
@@ -88,6 +103,7 @@ void TestStickCheck::verdict_data()
 
     using R = StickCheck::Result;
     const QString none;
+    auto q = [](const char* path) { return StickTree::quoted(path); };
     auto row = [&](const char* name, Damage damage, const QString& path, R result,
                    const QString& argument) {
         QTest::newRow(name) << damage << path << true << "vendor"
@@ -95,22 +111,29 @@ void TestStickCheck::verdict_data()
                             << "1.1.0" << result << argument;
     };
     row("signed stick passes", Intact, none, R::Passed, none);
-    row("grown file", Grow, "qws/qwsserver", R::FileChanged, "qws/qwsserver");
+    row("grown file", Grow, "qws/qwsserver", R::FileChanged, q("qws/qwsserver"));
     row("extra file in the package", AddFile, "update/project/evil.sh", R::ExtraFile,
-        "update/project/evil.sh");
+        q("update/project/evil.sh"));
     row("missing file", RemoveFile, "update/project/main.pro", R::FileMissing,
-        "update/project/main.pro");
-    row("extra hidden file beside it", AddFile, "config/.profile", R::ExtraFile, "config/.profile");
+        q("update/project/main.pro"));
+    row("extra hidden file beside it", AddFile, "config/.profile", R::ExtraFile,
+        q("config/.profile"));
     row("manifest altered after signing", AlterManifest, none, R::BadSignature, none);
     row("manifest removed, signature kept", RemoveManifest, none, R::ManifestUnreadable,
-        "update/kelgate.manifest");
+        q("update/kelgate.manifest"));
     row("signature removed", RemoveSignature, none, R::Unsigned, none);
     row("link in the package", LinkAt, "update/project/data", R::UnsafeEntry,
-        "update/project/data");
-    row("side folder is a link", LinkAt, "language", R::UnsafeEntry, "language");
+        q("update/project/data"));
+    row("side folder is a link", LinkAt, "language", R::UnsafeEntry, q("language"));
     row("manifest is a link", LinkAt, "update/kelgate.manifest", R::UnsafeEntry,
-        "update/kelgate.manifest");
-    row("pipe in the package", FifoAt, "update/pipe", R::UnsafeEntry, "update/pipe");
+        q("update/kelgate.manifest"));
+    row("pipe in the package", FifoAt, "update/pipe", R::UnsafeEntry, q("update/pipe"));
+    row("file with a second name outside", SecondName, "update/project/main.pro", R::UnsafeEntry,
+        q("update/project/main.pro"));
+    row("last byte of a large file", FlipLastByte, "update/vorn_app/libbig.so", R::FileChanged,
+        q("update/vorn_app/libbig.so"));
+    // A name that is not UTF-8 would read as U+FFFD and could pass for a listed one.
+    row("name that is not UTF-8", AddRawName, "update/\xff", R::UnsafeEntry, "\"update/\\xff\"");
 
     // The panel's side: keys, model and installed version.
     auto panel = [&](const char* name, Damage damage, bool signedStick, const QString& keys,
@@ -120,7 +143,21 @@ void TestStickCheck::verdict_data()
                             << argument;
     };
     panel("model unknown", Intact, true, "vendor", none, "1.1.0", R::ModelUnknown,
-          dir + "/panel/model");
+          StickTree::quoted((dir + "/panel/model").toUtf8()));
+    panel("another model", Intact, true, "vendor", "KEL-430", "1.1.0", R::OtherModel,
+          "KEL-1000, KEL-700");
+    panel("panel exactly at the lowest replaced", Intact, true, "vendor", "KEL-700", "1.0.0",
+          R::Passed, none);
+    panel("versions compared as numbers", Intact, true, "vendor", "KEL-700", "1.10.0",
+          R::OlderVersion, "1.2.0");
+    panel("version file that does not parse", Intact, true, "vendor", "KEL-700", "1.x",
+          R::VersionUnreadable, StickTree::quoted((dir + "/state/version").toUtf8()));
+    panel("only key unreadable", Intact, true, "broken", "KEL-700", "1.1.0", R::KeysUnusable,
+          StickTree::quoted((dir + "/broken-keys/vendor.pub").toUtf8()));
+    panel("stray file beside the key", Intact, true, "stray", "KEL-700", "1.1.0", R::KeysUnusable,
+          StickTree::quoted((dir + "/stray-keys/vendor.pub.orig").toUtf8()));
+    panel("key folder missing", Intact, true, "missing", "KEL-700", "1.1.0", R::KeysUnusable,
+          StickTree::quoted((dir + "/missing-keys").toUtf8()));
     panel("same version again", Intact, true, "vendor", "KEL-700", "1.2", R::Passed, none);
     panel("panel too old to replace", Intact, true, "vendor", "KEL-700", "0.9.9", R::PanelTooOld,
           "0.9.9");
@@ -129,8 +166,10 @@ void TestStickCheck::verdict_data()
     panel("no key: unsigned stick passes", Intact, false, "none", "KEL-700", "1.1.0", R::Passed,
           none);
     panel("no key: cut-short unsigned manifest", CutManifest, false, "none", "KEL-700", "1.1.0",
-          R::ManifestUnreadable, "update/kelgate.manifest");
+          R::ManifestUnreadable, StickTree::quoted("update/kelgate.manifest"));
     panel("no key, no manifest: runs as before", RemoveManifest, false, "none", "KEL-700", "1.1.0",
+          R::NoManifest, none);
+    panel("empty key folder: no signing", RemoveManifest, false, "empty", "KEL-700", "1.1.0",
           R::NoManifest, none);
     panel("key, no manifest", RemoveManifest, false, "vendor", "KEL-700", "1.1.0", R::Unsigned,
           none);
@@ -187,6 +226,20 @@ void TestStickCheck::verdict()
     case FifoAt:
         QCOMPARE(mkfifo(QFile::encodeName(target).constData(), 0644), 0);
         break;
+    case FlipLastByte:
+        bytes[bytes.size() - 1] = 'y';
+        fixture::writeFile(target, bytes);
+        break;
+    case SecondName:
+        QCOMPARE(::link(QFile::encodeName(target), QFile::encodeName(stick + "/photos/main.pro")),
+                 0);
+        break;
+    case AddRawName: {
+        const int fd = ::open(QFile::encodeName(package) + "/\xff", O_CREAT | O_WRONLY, 0644);
+        QVERIFY(fd >= 0);
+        ::close(fd);
+        break;
+    }
     }
     if (!model.isEmpty())
         fixture::writeFile(dir + "/panel/model", model.toUtf8() + "\n");
@@ -197,6 +250,7 @@ void TestStickCheck::verdict()
 
     const PanelIdentity panel(dir + "/panel", dir + "/state");
     StickCheck check(package);
+    QDir().mkpath(dir + "/empty-keys");
     QCOMPARE(check.run(TrustStore(keys == "none" ? QString() : dir + "/" + keys + "-keys"), &panel),
              result);
     QCOMPARE(check.arguments().value(0), argument);

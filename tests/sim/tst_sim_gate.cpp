@@ -1,17 +1,25 @@
 #include "def.h"
 #include "fixture.h"
 #include "multilingual_management.h"
+#include "qsettingsfactory.h"
 #include "sandbox.h"
+#include "stick_manifest.h"
+#include "stick_signature.h"
+#include "stick_tree.h"
 
 #include <QDir>
 #include <QImage>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QtTest>
+#include <fcntl.h>
+#include <unistd.h>
 
 // Whole updates through the sealed simulator with the panel's gate in front of the stick's
-// program: a signed stick is applied; every damaged, foreign or outdated stick is refused with
-// its own text before the program starts, and the panel stays untouched.
+// program: a signed stick is applied; every damaged, foreign or outdated stick, and every stick
+// that tries a way around the check (links for the gate to write through, sources outside the
+// signed files, names that are markup or not UTF-8, a key folder that would fail open), is
+// refused with its own text before the program starts, and the panel stays untouched.
 class TestSimGate : public QObject
 {
     Q_OBJECT
@@ -27,6 +35,8 @@ private slots:
 
 private:
     void sign(const QString& key);
+    // Signs the stick as it is, as a package tool that let any source through would have.
+    void signAsAnOlderTool();
     // Runs the stick through the simulator, the gate in front of the program, on a panel of
     // model with installed version that trusts the keys in keysDir.
     QString simulate(const QString& keysDir, const QString& model, const QString& installed);
@@ -49,12 +59,16 @@ void TestSimGate::initTestCase()
         QVERIFY(QFile::copy(dir + "/" + name + ".pub", dir + "/" + name + "-keys/key.pub"));
     }
     QDir().mkpath(dir + "/no-keys");
+    // The only key file misnamed: the panel must not take its folder for an empty one.
+    QDir().mkpath(dir + "/stray-keys");
+    QVERIFY(QFile::copy(dir + "/vendor.pub", dir + "/stray-keys/vendor.pub.orig"));
 }
 
 void TestSimGate::init()
 {
     stick = dir + "/stick";
-    QDir(stick).removeRecursively();
+    // A name that is not UTF-8 has no QString that reaches it.
+    QProcess::execute("rm", {"-rf", stick});
     QDir(dir + "/panel").removeRecursively();
     QVERIFY(fixture::copySampleStick(stick));
     fixture::writeFile(stick + "/language/0001.lan", "[1000]\nstring=Warning\n");
@@ -66,6 +80,33 @@ void TestSimGate::sign(const QString& key)
                                key.isEmpty() ? "--unsigned" : dir + "/" + key, "--version", "1.2.0",
                                "--models", "KEL-700,KEL-1000", "--replaces", "1.0.0"}),
              0);
+}
+
+void TestSimGate::signAsAnOlderTool()
+{
+    StickManifest manifest;
+    manifest.folder = "update";
+    manifest.version = "1.2.0";
+    manifest.models = QStringList{"KEL-1000", "KEL-700"};
+    manifest.replaces = "1.0.0";
+    manifest.built = "2026-11-24T00:00:00Z";
+    QList<QByteArray> paths;
+    QByteArray unsafe;
+    QVERIFY(StickTree::list(stick + "/update", &paths, &unsafe));
+    for (const QByteArray& path : paths) {
+        StickManifest::File file;
+        file.path = QString::fromUtf8(path);
+        QVERIFY(StickTree::hash(stick + "/" + file.path, &file.size, &file.sha256));
+        manifest.files << file;
+    }
+    QByteArray secret;
+    QVERIFY(StickSignature::decode(fixture::readFile(dir + "/vendor.key"),
+                                   StickSignature::kSecretKind, StickSignature::kSecretKeyBytes,
+                                   &secret));
+    fixture::writeFile(stick + "/update/kelgate.manifest", manifest.text());
+    fixture::writeFile(stick + "/update/kelgate.sig",
+                       StickSignature::encode(StickSignature::kSignatureKind,
+                                              StickSignature::sign(manifest.text(), secret)));
 }
 
 QString TestSimGate::simulate(const QString& keysDir, const QString& model,
@@ -109,7 +150,11 @@ namespace {
 enum Damage
 {
     Intact,
-    ChangeByte
+    ChangeByte,
+    LogLinkTo,    // the stick's update.log is a link to path
+    LogHardLink,  // the stick's update.log is a second name of path on the stick
+    ExtraNamed,   // an extra file in the package folder, named path
+    SourceOutside // a copy whose source lies beside the signed folders
 };
 } // namespace
 Q_DECLARE_METATYPE(Damage)
@@ -125,10 +170,11 @@ void TestSimGate::refusedStickNeverStarts_data()
     QTest::addColumn<QString>("reason");
 
     const QString v = "vendor.key", keys = "vendor-keys", model = "KEL-700", old = "1.1.0";
+    auto q = [](const QByteArray& name) { return StickTree::quoted(name); };
     for (const char* file : {"update/kelloadui.bin", "update/vorn_app/libvornui.so.1.2.0",
                              "update/update.ini", "language/0001.lan"})
         QTest::newRow(qPrintable(QString("changed byte in ") + file))
-            << v << ChangeByte << file << keys << model << old << kel::text(2228).arg(file);
+            << v << ChangeByte << file << keys << model << old << kel::text(2228).arg(q(file));
     QTest::newRow("wrong key") << "other.key" << Intact << "" << keys << model << old
                                << kel::text(2227);
     QTest::newRow("another model") << v << Intact << "" << keys << "KEL-430" << old
@@ -139,7 +185,28 @@ void TestSimGate::refusedStickNeverStarts_data()
         << "" << Intact << "" << keys << model << old << kel::text(2226);
     QTest::newRow("no key: damaged unsigned stick")
         << "" << ChangeByte << "update/update.ini"
-        << "no-keys" << model << old << kel::text(2228).arg("update/update.ini");
+        << "no-keys" << model << old << kel::text(2228).arg(q("update/update.ini"));
+
+    // Ways around the check.
+    QTest::newRow("log links to the version file")
+        << "" << LogLinkTo << "/var/lib/kelgate/version" << keys << model << old << kel::text(2226);
+    QTest::newRow("log links to the loader's preload list")
+        << "" << LogLinkTo << "/etc/ld.so.preload" << keys << model << old << kel::text(2226);
+    QTest::newRow("log is a second name of a stick file")
+        << "" << LogHardLink << "language/0001.lan" << keys << model << old << kel::text(2226);
+    QTest::newRow("source outside the signed folders")
+        << v << SourceOutside << "extra/panel.conf" << keys << model << old
+        << kel::text(2240).arg(q("update.ini COPYFILE1/SRCPATH"), q("../extra/panel.conf"));
+    const QByteArray markup = "<font color=#00ff00 size=7>UPDATE COMPLETE";
+    QTest::newRow("name that is markup")
+        << v << ExtraNamed << QString::fromUtf8(markup) << keys << model << old
+        << kel::text(2230).arg(q("update/" + markup));
+    QTest::newRow("name that is not UTF-8") << v << ExtraNamed << QString("\\xff") << keys << model
+                                            << old << kel::text(2231).arg(q("update/\xff"));
+    QTest::newRow("key folder holding no key file")
+        << "" << Intact << ""
+        << "stray-keys" << model << old
+        << kel::text(2241).arg(q("/etc/kelgate/keys/vendor.pub.orig"));
 }
 
 void TestSimGate::refusedStickNeverStarts()
@@ -152,7 +219,8 @@ void TestSimGate::refusedStickNeverStarts()
     QFETCH(QString, installed);
     QFETCH(QString, reason);
 
-    sign(key);
+    if (damage != SourceOutside)
+        sign(key);
     const QString target = stick + "/" + path;
     QByteArray bytes = fixture::readFile(target);
     switch (damage) {
@@ -162,7 +230,38 @@ void TestSimGate::refusedStickNeverStarts()
         bytes[bytes.size() / 2] = char(bytes[bytes.size() / 2] ^ 0x20);
         fixture::writeFile(target, bytes);
         break;
+    case LogLinkTo:
+        QVERIFY(QFile::link(path, stick + "/update.log"));
+        break;
+    case LogHardLink:
+        QCOMPARE(::link(QFile::encodeName(target), QFile::encodeName(stick + "/update.log")), 0);
+        break;
+    case ExtraNamed: {
+        // The name's raw bytes: "\\xff" stands for the one byte.
+        const QByteArray name = path == "\\xff" ? QByteArray("\xff") : path.toUtf8();
+        const int fd =
+            ::open(QFile::encodeName(stick + "/update/") + name, O_CREAT | O_WRONLY, 0644);
+        QVERIFY(fd >= 0);
+        ::close(fd);
+        break;
     }
+    case SourceOutside: {
+        // The package names a file beside the signed folders; what lies there is the stick's.
+        const QString manifest = stick + "/update/update.ini";
+        QByteArray plain = fixture::readFile(manifest);
+        for (char& byte : plain)
+            byte = char(QSettingsFactory::unscrambleByte(uchar(byte)));
+        QVERIFY(plain.contains("SRCPATH=./files/panel.conf"));
+        plain.replace("SRCPATH=./files/panel.conf", "SRCPATH=../extra/panel.conf");
+        for (char& byte : plain)
+            byte = char(QSettingsFactory::scrambleByte(uchar(byte)));
+        fixture::writeFile(manifest, plain);
+        fixture::writeFile(target, fixture::readFile(stick + "/update/files/panel.conf"));
+        signAsAnOlderTool();
+        break;
+    }
+    }
+    const QByteArray linkedBefore = fixture::readFile(stick + "/language/0001.lan");
     const QString out = simulate(keys, model, installed);
     // The gate's report and its one line, and nothing of the program's log.
     QCOMPARE(status, 1);
@@ -178,6 +277,9 @@ void TestSimGate::refusedStickNeverStarts()
     QVERIFY(actions.contains("runtime after the run: running"));
     QVERIFY(actions.contains("program exit status: 1"));
     QCOMPARE(installedVersion(), installed.toUtf8() + "\n");
+    // Nothing was written through a link: the stick's log is a file of its own.
+    QVERIFY(!QFileInfo(stick + "/update.log").isSymLink());
+    QCOMPARE(fixture::readFile(stick + "/language/0001.lan"), linkedBefore);
     // The gate's red notice is on the screen while it waits.
     const QDir shots(dir + "/panel/screenshots");
     bool red = false;
