@@ -1,18 +1,21 @@
 #!/bin/sh
 # One delivery over the network to a simulated panel, run inside sim/seal.sh (private network:
-# loopback only). The hawkBit stand-in offers IMAGE; the panel's SWUpdate, started as
-# kelswu-start starts it, takes it; when its first action is over without a closing feedback, it
-# is stopped and started again, as after the panel's restart.
+# loopback only). The gate's package files of the build BUILD are installed as on a panel; the
+# hawkBit stand-in offers IMAGE; the panel's SWUpdate, started as kelswu-start starts it, takes
+# it; when its first action is over without a closing feedback, it is stopped and started again,
+# as after the panel's restart.
 #
-#   fleet-session.sh RUN_DIR IMAGE
+#   fleet-session.sh RUN_DIR IMAGE BUILD
 #
-# RUN_DIR receives feedback.jsonl (every feedback the server got), ddi.log, swupdate-N.log.
-# Exit status: 0 the server heard a closing feedback, 1 it did not within the time limit.
+# RUN_DIR receives feedback.jsonl (every feedback the server got), install.log, ddi.log,
+# swupdate-N.log. Exit status: 0 the server heard a closing feedback, 1 it did not within the time
+# limit or the gate's files could not be installed.
 set -u
 here=$(cd "$(dirname "$0")" && pwd)
-run=$1 image=$2
+run=$1 image=$2 build=$3
 port=8480
 limit=${FLEET_LIMIT:-60}
+cmake --install "$build" --component gate --prefix /usr >"$run/install.log" 2>&1 || exit 1
 : >"$run/feedback.jsonl"
 python3 "$here/ddi_standin.py" "$port" "$image" "$run/feedback.jsonl" 2>"$run/ddi.log" &
 export KELSWU_URL="http://127.0.0.1:$port" KELSWU_POLL=1 KELSWU_DEVICE=panel-1

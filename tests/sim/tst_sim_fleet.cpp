@@ -10,9 +10,11 @@
 #include <QStandardPaths>
 #include <QtTest>
 
-// Whole deliveries over the network: a hawkBit stand-in on loopback offers an SWUpdate image
-// made by kelpack swu; the simulated panel's SWUpdate checks it and runs the stick through the
-// gate; the server hears the outcome. Only a good image for the panel's model changes the panel.
+// Whole deliveries over the network: a hawkBit stand-in on loopback offers an SWUpdate image of a
+// signed stick made by kelpack swu; the simulated panel, with the gate's package and a key,
+// checks it in SWUpdate and runs the stick through the gate with the handler that package
+// installs; the server hears the outcome. Only a good image for the panel's model changes the
+// panel.
 class TestSimFleet : public QObject
 {
     Q_OBJECT
@@ -41,6 +43,7 @@ void TestSimFleet::initTestCase()
                                       "/CN=plant image signer", "-days", "2", "-addext",
                                       "extendedKeyUsage=emailProtection"}),
              0);
+    QCOMPARE(fixture::kelpack({"keygen", dir + "/vendor"}), 0);
 }
 
 QMap<QString, QByteArray> TestSimFleet::panelFiles() const
@@ -110,7 +113,7 @@ void TestSimFleet::delivery()
     QDir(panel).removeRecursively();
     QFile::remove(image);
     QVERIFY(fixture::copySampleStick(stick));
-    QCOMPARE(fixture::kelpack({"sign", stick + "/update", "--unsigned", "--version", "1.2.0",
+    QCOMPARE(fixture::kelpack({"sign", stick + "/update", dir + "/vendor.key", "--version", "1.2.0",
                                "--models", "KEL-700,KEL-1000"}),
              0);
     if (damage == StickFileChangedBeforeImage)
@@ -130,21 +133,21 @@ void TestSimFleet::delivery()
 
     QCOMPARE(fixture::run(QStringLiteral(KEL_SOURCE_DIR) + "/sim/seed-panel.sh", {panel}), 0);
     fixture::writeFile(panel + "/etc/kelgate/model", model.toUtf8() + "\n");
+    QVERIFY(QFile::copy(dir + "/vendor.pub", panel + "/etc/kelgate/keys/vendor.pub"));
     if (damage == PanelLacksDeletedFile)
         QVERIFY(QFile::remove(panel + "/usr/vorn_app/config/obsolete.conf"));
     QDir().mkpath(panel + "/var/lib/kelswu");
     QDir().mkpath(panel + "/run");
     const QMap<QString, QByteArray> before = panelFiles();
-    // The panel's SWUpdate runs the gate of this build; the stick's program needs no display.
-    qputenv("KELSWU_GATE", KEL_BINARY_DIR "/tools/kelgate/kelgate");
     qputenv("KELSWU_CERT", (dir + "/signer.pem").toUtf8());
+    // The stick's program needs no display.
     qputenv("QT_QPA_PLATFORM", "offscreen");
     const int status = fixture::run(KEL_SANDBOX_SCRIPT,
                                     {"--bind", panel + "/etc/kelgate:/etc/kelgate", "--bind",
                                      panel + "/var/lib/kelgate:/var/lib/kelgate", "--bind",
                                      panel + "/var/lib/kelswu:/var/lib/kelswu", panel,
                                      QStringLiteral(KEL_SOURCE_DIR) + "/tests/sim/fleet-session.sh",
-                                     panel + "/run", image},
+                                     panel + "/run", image, KEL_BINARY_DIR},
                                     &out, &out);
     QVERIFY2(status == 0, out.constData());
 
@@ -167,9 +170,12 @@ void TestSimFleet::delivery()
                  QStringList());
     const QString log = QString::fromUtf8(fixture::readFile(panel + "/var/lib/kelswu/update.log"));
     QCOMPARE(log.section('\n', 0, 0), report);
-    // The log's last line reaches the server through the handler's output.
+    // The log's last line reaches the server through the handler's output, with SWUpdate's
+    // blanks for quotes and backslashes.
     if (!report.isEmpty()) {
-        const QString lastLine = log.trimmed().section('\n', -1);
+        QString lastLine = log.trimmed().section('\n', -1);
+        for (const QChar quote : {'"', '\'', '\\'})
+            lastLine.replace(quote, ' ');
         QVERIFY2(details.join('\n').contains(lastLine), qPrintable(lastLine));
     }
 

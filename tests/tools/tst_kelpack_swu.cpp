@@ -1,12 +1,14 @@
 #include "fixture.h"
 #include "sandbox.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFileInfo>
 #include <QtTest>
 
 // SWUpdate images of sticks as an integrator makes and checks them with the package tool: what
-// the image holds, and every change after signing that kelpack verify must find.
+// the image holds, every change after signing that kelpack verify must find, and what a holder of
+// the signing key may add that verify still refuses.
 class TestKelpackSwu : public QObject
 {
     Q_OBJECT
@@ -20,6 +22,8 @@ private slots:
     void swuRefuses();
     void verifyFinds_data();
     void verifyFinds();
+    void verifyRefusesMoreThanTheStick_data();
+    void verifyRefusesMoreThanTheStick();
 
 private:
     int swu(const QStringList& extra = QStringList(), QByteArray* out = nullptr,
@@ -168,9 +172,6 @@ void TestKelpackSwu::verifyFinds_data()
     QTest::newRow("stick archive changed")
         << ByteInPart << "stick.tar"
         << "signer" << 1 << "stick.tar: its sha256 is not the one sw-description lists";
-    QTest::newRow("handler changed")
-        << ByteInPart << "kelswu.sh"
-        << "signer" << 1 << "kelswu.sh: its sha256 is not the one sw-description lists";
     QTest::newRow("cut short") << CutShort << ""
                                << "signer" << 1 << "update.swu";
 }
@@ -205,6 +206,101 @@ void TestKelpackSwu::verifyFinds()
     QVERIFY2(out.contains(message.toUtf8()), out.constData());
     // A good image goes on to the stick's own verification.
     QCOMPARE(out.contains("kelgate.manifest: warning: the manifest is not signed"), status == 0);
+}
+
+namespace {
+// A cpio archive of the "newc" kind with the entries in their order, as SWUpdate reads an image.
+QByteArray newc(const QVector<QPair<QByteArray, QByteArray>>& entries)
+{
+    QByteArray out;
+    int inode = 0;
+    for (const auto& [name, data] : entries + decltype(entries){{"TRAILER!!!", {}}}) {
+        const QVector<int> fields{
+            ++inode, 0100644, 0, 0, 1, 0, int(data.size()), 0, 0, 0, 0, int(name.size()) + 1, 0};
+        out += "070701";
+        for (int field : fields)
+            out += QByteArray::number(field, 16).rightJustified(8, '0');
+        out += name + '\0';
+        out += QByteArray((4 - out.size() % 4) % 4, '\0');
+        out += data + QByteArray((4 - data.size() % 4) % 4, '\0');
+    }
+    return out;
+}
+} // namespace
+
+void TestKelpackSwu::verifyRefusesMoreThanTheStick_data()
+{
+    // The image's sw-description with FROM replaced by TO (%H: the sha256 of the extra part),
+    // signed again with the image's key; the extra part, when named, goes in after the stick.
+    QTest::addColumn<QString>("from");
+    QTest::addColumn<QString>("to");
+    QTest::addColumn<QByteArray>("extra");
+    QTest::addColumn<QString>("message");
+
+    const QString end = "        }\n    );\n}\n";
+    QTest::newRow("signed again as written") << ""
+                                             << "" << QByteArray() << "signature good";
+    QTest::newRow("old handler script")
+        << end
+        << end.left(end.size() - 2) +
+               "    scripts: (\n        {\n            filename = \"kelswu.sh\";\n"
+               "            type = \"shellscript\";\n            sha256 = \"%H\";\n" +
+               end
+        << QByteArray("kelswu.sh") << "sw-description lists kelswu.sh as a script (shellscript)";
+    QTest::newRow("extra part")
+        << end
+        << "        },\n        {\n            filename = \"extra.bin\";\n"
+           "            type = \"rawfile\";\n            path = \"/usr/bin/kelgate\";\n"
+           "            sha256 = \"%H\";\n" +
+               end
+        << QByteArray("extra.bin") << "sw-description lists extra.bin besides stick.tar";
+    QTest::newRow("another handler")
+        << "type = \"kelswu\";"
+        << "type = \"archive\";\n            path = \"/\";" << QByteArray()
+        << "hands stick.tar in \"images\" to the handler \"archive\"";
+    QTest::newRow("embedded script")
+        << "    description"
+        << "    embedded-script = \"os.execute('id')\";\n    description" << QByteArray()
+        << "sw-description:4: \"embedded-script = \"os.execute('id')\";\" is not what kelpack swu "
+           "writes";
+}
+
+void TestKelpackSwu::verifyRefusesMoreThanTheStick()
+{
+    QFETCH(QString, from);
+    QFETCH(QString, to);
+    QFETCH(QByteArray, extra);
+    QFETCH(QString, message);
+
+    QCOMPARE(swu(), 0);
+    const QByteArray bytes = fixture::readFile(image);
+    int offset = 0, size = 0;
+    QVERIFY(fixture::cpioEntry(bytes, "sw-description", &offset, &size));
+    QString text = QString::fromUtf8(bytes.mid(offset, size));
+    QVERIFY(fixture::cpioEntry(bytes, "stick.tar", &offset, &size));
+    QVector<QPair<QByteArray, QByteArray>> entries{{"stick.tar", bytes.mid(offset, size)}};
+    const QByteArray code = "#!/bin/sh\nid\n";
+    if (!from.isEmpty()) {
+        QVERIFY(text.contains(from));
+        text.replace(from,
+                     QString(to).replace(
+                         "%H", QCryptographicHash::hash(code, QCryptographicHash::Sha256).toHex()));
+    }
+    if (!extra.isEmpty())
+        entries << qMakePair(extra, code);
+    fixture::writeFile(dir + "/sw-description", text.toUtf8());
+    QCOMPARE(
+        fixture::run("openssl", {"cms", "-sign", "-binary", "-outform", "DER", "-in",
+                                 dir + "/sw-description", "-out", dir + "/sw-description.sig",
+                                 "-signer", dir + "/signer.pem", "-inkey", dir + "/signer.key"}),
+        0);
+    entries.prepend({"sw-description.sig", fixture::readFile(dir + "/sw-description.sig")});
+    entries.prepend({"sw-description", text.toUtf8()});
+    fixture::writeFile(image, newc(entries));
+    QByteArray out;
+    QCOMPARE(fixture::kelpack({"verify", image, "--cms-cert", dir + "/signer.pem"}, &out, &out),
+             from.isEmpty() ? 0 : 1);
+    QVERIFY2(out.contains(message.toUtf8()), out.constData());
 }
 
 QTEST_GUILESS_MAIN(TestKelpackSwu)

@@ -1,33 +1,29 @@
 #!/bin/sh
-# The panel's side of an SWUpdate image made by "kelpack swu". SWUpdate runs it with "preinst"
-# before it puts the stick archive in place and with "postinst" after; a nonzero exit fails the
-# installation, and what it prints reaches SWUpdate's log and the server's feedback.
-# postinst unpacks the stick into a fresh folder and runs its updater through the panel's gate,
-# quietly and without a restart. The updater exits 0 even when the update fails: the result is
-# the report line at the top of its log.
+# The panel's installer of the stick archive in an SWUpdate image made by "kelpack swu". Images
+# carry no scripts: SWUpdate hands the archive to the "kelswu" handler in swupdate_handlers.lua,
+# installed beside this file, which writes it to ARCHIVE and runs "kelswu ARCHIVE". A nonzero exit
+# fails the installation, and what this prints reaches SWUpdate's log and the server's feedback.
+# It unpacks the stick into a fresh folder beside ARCHIVE and runs its updater through the panel's
+# gate, quietly and without a restart. The updater exits 0 even when the update fails: the result
+# is the report line at the top of its log.
 set -u
-# The place of the archive; kelpack writes the same path into the image's sw-description.
-tarball=/var/lib/kelswu/stick.tar
+if [ $# != 1 ]; then
+    echo "usage: kelswu ARCHIVE (SWUpdate's kelswu handler runs it)" >&2
+    exit 2
+fi
+tarball=$1
 state=$(dirname "$tarball")
 stick=$state/stick
 log=$state/update.log
 # Written on success: the next start of SWUpdate confirms the installation to the server.
 installed=$state/installed
-gate=${KELSWU_GATE:-/usr/bin/kelgate}
+gate=/usr/bin/kelgate
 lines=${KELSWU_FEEDBACK_LINES:-20}
 # How long the gate's red notice of a refused stick stays on the panel's screen: SWUpdate waits.
 notice=${KELSWU_NOTICE_SECONDS:-10}
 
-case ${1:-} in
-preinst)
-    rm -rf "$stick" "$log" "$installed"
-    mkdir -p "$stick"
-    exit
-    ;;
-postinst) ;;
-*) exit 0 ;;
-esac
-
+rm -rf "$stick" "$log" "$installed"
+mkdir -p "$stick"
 if ! tar -xf "$tarball" -C "$stick" --no-same-owner; then
     echo "kelswu: $tarball cannot be unpacked into $stick: check the free space of $state" >&2
     exit 1

@@ -24,11 +24,10 @@ QByteArray SwDescription::text() const
                   "    hardware-compatibility: [ " +
                   models.join(", ") + " ];\n";
     for (const Part& part : parts) {
-        const bool stick = part.name == kStickName;
         out += QString("    %1: (\n        {\n            filename = %2;\n")
-                   .arg(stick ? "files" : "scripts", quoted(part.name));
-        out += stick ? "            path = " + quoted(stickPath) + ";\n"
-                     : QString("            type = \"shellscript\";\n");
+                   .arg(part.section, quoted(part.name));
+        if (!part.type.isEmpty())
+            out += "            type = " + quoted(part.type) + ";\n";
         out += "            sha256 = " + quoted(QString::fromLatin1(part.sha256)) +
                ";\n        }\n    );\n";
     }
@@ -58,23 +57,28 @@ bool SwDescription::parse(const QByteArray& text, QString* error)
         *error = "no hardware-compatibility";
         return false;
     }
-    // Each part is a block of settings that holds no other block.
+    // Each part is a block of settings that holds no other block, in the list opened last before
+    // it.
+    const QRegularExpression section(R"re(([A-Za-z_][\w-]*)\s*[:=]\s*\()re");
     QRegularExpressionMatchIterator block =
         QRegularExpression(R"re(\{([^{}]*)\})re").globalMatch(source);
-    const QRegularExpression name(R"re(filename = "([^"]+)";)re");
-    const QRegularExpression hash(R"re(sha256 = "([0-9a-f]{64})";)re");
-    const QRegularExpression path(R"re(path = "([^"]+)";)re");
+    const QRegularExpression name(R"re(\bfilename\s*=\s*"([^"]+)";)re");
+    const QRegularExpression hash(R"re(\bsha256\s*=\s*"([0-9a-f]{64})";)re");
+    const QRegularExpression type(R"re(\btype\s*=\s*"([^"]*)";)re");
     while (block.hasNext()) {
-        const QString body = block.next().captured(1);
+        const QRegularExpressionMatch found = block.next();
+        const QString body = found.captured(1);
         const QRegularExpressionMatch n = name.match(body), h = hash.match(body);
         if (!n.hasMatch() || !h.hasMatch()) {
             *error = "a part without filename or sha256";
             return false;
         }
-        const QRegularExpressionMatch p = path.match(body);
-        if (p.hasMatch())
-            stickPath = p.captured(1);
-        parts << Part{n.captured(1), h.captured(1).toLatin1()};
+        QString list;
+        QRegularExpressionMatchIterator opened =
+            section.globalMatch(source.left(found.capturedStart()));
+        while (opened.hasNext())
+            list = opened.next().captured(1);
+        parts << Part{n.captured(1), h.captured(1).toLatin1(), list, type.match(body).captured(1)};
     }
     if (parts.isEmpty()) {
         *error = "no parts";

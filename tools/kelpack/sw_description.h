@@ -6,15 +6,15 @@
 #include <QVector>
 
 // The manifest of an SWUpdate image, in the libconfig form SWUpdate reads: the release's version,
-// the panel models as hardware revisions (the panel's SWUpdate runs with -H BOARD:MODEL), the
-// stick archive copied into place and the handler script run before and after:
+// the panel models as hardware revisions (the panel's SWUpdate runs with -H BOARD:MODEL) and the
+// stick archive, handed to the handler that kelgate installs on the panel. An image carries no
+// code of its own:
 //
 //     software =
 //     {
 //         version = "1.2.0";
 //         hardware-compatibility: [ "KEL-1000", "KEL-700" ];
-//         files: ( { filename = "stick.tar"; path = "/var/lib/kelswu/stick.tar"; sha256 = "…"; } );
-//         scripts: ( { filename = "kelswu.sh"; type = "shellscript"; sha256 = "…"; } );
+//         images: ( { filename = "stick.tar"; type = "kelswu"; sha256 = "…"; } );
 //     }
 class SwDescription
 {
@@ -22,7 +22,10 @@ public:
     static constexpr char kFileName[] = "sw-description";
     static constexpr char kSignatureName[] = "sw-description.sig";
     static constexpr char kStickName[] = "stick.tar";
-    static constexpr char kHandlerName[] = "kelswu.sh";
+    // Where the stick archive is listed, and the handler it goes to: the name under which the
+    // panel's tools/kelgate/swupdate_handlers.lua registers itself.
+    static constexpr char kStickSection[] = "images";
+    static constexpr char kHandlerType[] = "kelswu";
     // Larger manifests are refused before they are read.
     static constexpr qint64 kMaxBytes = 64 << 10;
 
@@ -30,14 +33,16 @@ public:
     {
         QString name;
         QByteArray sha256; // 64 lower-case hexadecimal digits
+        QString section;   // the list that holds it: "images", "files", "scripts", …
+        QString type;      // its handler; empty when none is named
     };
 
     QByteArray text() const;
-    // Reads back the form text() writes: the version, the models and each part's name and hash.
+    // Reads the version, the models and each part's name, hash, list and handler from any
+    // manifest; what else it holds shows only when its text() differs.
     bool parse(const QByteArray& text, QString* error);
 
     QString version;
     QStringList models;
-    QString stickPath;   // where SWUpdate puts the stick archive on the panel
-    QVector<Part> parts; // the stick archive first, then the handler
+    QVector<Part> parts;
 };

@@ -47,6 +47,48 @@ bool readSmall(archive* in, const char* expected, qint64 limit, QByteArray* data
     return true;
 }
 
+// Why the signed manifest asks more of the panel than kelpack swu does; empty when it asks the
+// same: the stick archive, once, for the panel's own handler, and nothing else.
+QString beyondStick(const SwDescription& description, const QByteArray& text)
+{
+    const QString rebuild = ": build the image again with kelpack swu";
+    for (const SwDescription::Part& part : description.parts) {
+        if (part.section == "scripts")
+            return QString("sw-description lists %1 as a script (%2): an image runs no code of its "
+                           "own on the panel, its handler comes with kelgate")
+                       .arg(part.name, part.type.isEmpty() ? "no type" : part.type) +
+                   rebuild;
+        if (part.name != SwDescription::kStickName)
+            return QString("sw-description lists %1 besides %2: an image holds only the stick")
+                       .arg(part.name, SwDescription::kStickName) +
+                   rebuild;
+        if (part.section != SwDescription::kStickSection ||
+            part.type != SwDescription::kHandlerType)
+            return QString("sw-description hands %1 in \"%2\" to the handler \"%3\": only the "
+                           "panel's own \"%4\" in \"%5\" installs a stick")
+                       .arg(part.name, part.section, part.type, SwDescription::kHandlerType,
+                            SwDescription::kStickSection) +
+                   rebuild;
+    }
+    SwDescription expected;
+    expected.version = description.version;
+    expected.models = description.models;
+    expected.parts = {description.parts.first()};
+    const QList<QByteArray> lines = text.split('\n'), written = expected.text().split('\n');
+    for (int i = 0; i < lines.size(); ++i) {
+        if (i >= written.size() || lines[i] != written[i])
+            return QString(
+                       "sw-description:%1: \"%2\" is not what kelpack swu writes: the image may "
+                       "ask more of the panel than to install the stick")
+                       .arg(i + 1)
+                       .arg(QString::fromUtf8(lines[i].trimmed())) +
+                   rebuild;
+    }
+    if (lines.size() != written.size())
+        return QString("sw-description ends early: it is not what kelpack swu writes") + rebuild;
+    return QString();
+}
+
 } // namespace
 
 SwuVerifier::SwuVerifier(const QString& swuFile, const QString& certFile)
@@ -80,6 +122,11 @@ bool SwuVerifier::verify(const QString& stickDir)
     if (!description.parse(text, &why)) {
         m_error = m_swuFile + ": " + SwDescription::kFileName + ": " + why +
                   ": build the image again with kelpack swu";
+        return false;
+    }
+    why = beyondStick(description, text);
+    if (!why.isEmpty()) {
+        m_error = m_swuFile + ": " + why;
         return false;
     }
 
@@ -144,8 +191,9 @@ bool SwuVerifier::verify(const QString& stickDir)
     stick.flush();
     if (!StickArchive::unpack(stick.fileName(), stickDir, &m_error))
         return false;
-    m_summary = QString("%1: signature good (%2), version %3 for %4, %5 parts with good sha256\n")
-                    .arg(m_swuFile, m_certFile, description.version, description.models.join(", "))
-                    .arg(seen.size());
+    m_summary = QString("%1: signature good (%2), version %3 for %4, the stick archive with good "
+                        "sha256 for the panel's %5 handler, no scripts\n")
+                    .arg(m_swuFile, m_certFile, description.version, description.models.join(", "),
+                         SwDescription::kHandlerType);
     return true;
 }

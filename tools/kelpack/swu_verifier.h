@@ -4,7 +4,8 @@
 
 // "kelpack verify X.swu --cms-cert CERT": checks an image as the panel's SWUpdate would before it
 // installs anything (sw-description first, its signature by CERT's key, every part listed with
-// its sha256 and nothing else) and unpacks the stick inside for the stick's own verification.
+// its sha256 and nothing else), refuses one that carries scripts or asks for more than the stick
+// archive for the panel's own handler, and unpacks the stick for the stick's own verification.
 class SwuVerifier
 {
 public:

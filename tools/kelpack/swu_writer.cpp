@@ -12,14 +12,12 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFileInfo>
-#include <QRegularExpression>
 #include <QSaveFile>
 #include <QTemporaryFile>
 #include <memory>
 
 namespace {
 
-constexpr char kHandlerResource[] = ":/kelpack/kelswu.sh";
 constexpr qint64 kChunk = 1 << 16;
 
 struct WriteCloser
@@ -60,13 +58,6 @@ QString SwuWriter::packageFolder(const QString& stickDir)
     return QString();
 }
 
-QByteArray SwuWriter::handler()
-{
-    QFile file(kHandlerResource);
-    file.open(QIODevice::ReadOnly);
-    return file.readAll();
-}
-
 bool SwuWriter::write()
 {
     const QString folder = packageFolder(m_stickDir);
@@ -104,9 +95,6 @@ bool SwuWriter::write()
         return false;
     }
 
-    const QByteArray script = handler();
-    const QRegularExpressionMatch place =
-        QRegularExpression("^tarball=(\\S+)$", QRegularExpression::MultilineOption).match(script);
     QTemporaryFile stick(QFileInfo(m_outFile).absolutePath() + "/.stick-XXXXXX.tar");
     if (!stick.open()) {
         m_error = m_outFile + ": cannot write beside it: " + stick.errorString();
@@ -114,16 +102,13 @@ bool SwuWriter::write()
     }
     if (!StickArchive::pack(m_stickDir, stick.fileName(), &m_error))
         return false;
-    QBuffer handlerData;
-    handlerData.setData(script);
-    handlerData.open(QIODevice::ReadOnly);
 
     SwDescription description;
     description.version = manifest.version;
     description.models = manifest.models;
-    description.stickPath = place.captured(1);
-    description.parts << SwDescription::Part{SwDescription::kStickName, sha256Of(&stick)}
-                      << SwDescription::Part{SwDescription::kHandlerName, sha256Of(&handlerData)};
+    description.parts << SwDescription::Part{SwDescription::kStickName, sha256Of(&stick),
+                                             SwDescription::kStickSection,
+                                             SwDescription::kHandlerType};
     const QByteArray text = description.text();
     QByteArray signature;
     if (!CmsSignature::sign(text, m_keyFile, m_certFile, &signature, &m_error))
@@ -150,8 +135,7 @@ bool SwuWriter::write()
     }
     if (!appendEntry(cpio.get(), SwDescription::kFileName, &textData) ||
         !appendEntry(cpio.get(), SwDescription::kSignatureName, &signatureData) ||
-        !appendEntry(cpio.get(), SwDescription::kStickName, &stick) ||
-        !appendEntry(cpio.get(), SwDescription::kHandlerName, &handlerData))
+        !appendEntry(cpio.get(), SwDescription::kStickName, &stick))
         return false;
     if (archive_write_close(cpio.get()) != ARCHIVE_OK || !out.commit()) {
         m_error = m_outFile + ": cannot finish it: " + out.errorString() + ": check the free space";

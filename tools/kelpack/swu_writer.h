@@ -6,10 +6,10 @@ class QIODevice;
 struct archive;
 
 // "kelpack swu STICK OUT.swu": an SWUpdate image of a stick. A cpio archive holding the signed
-// sw-description first, its CMS signature second, then the stick as a tar archive and the
-// handler script that installs it on the panel. The release's version and panel models come
-// from the stick manifest (kelpack sign). OUT is written beside itself under a temporary name
-// and renamed when complete; an existing OUT is replaced only when forced.
+// sw-description first, its CMS signature second, then the stick as a tar archive for the handler
+// that kelgate installs on the panel; the image carries no code. The release's version and panel
+// models come from the stick manifest (kelpack sign). OUT is written beside itself under a
+// temporary name and renamed when complete; an existing OUT is replaced only when forced.
 class SwuWriter
 {
 public:
@@ -20,8 +20,6 @@ public:
 
     // The package folder of a stick: its subfolder holding kelloadui.bin; empty when none does.
     static QString packageFolder(const QString& stickDir);
-    // The handler script that goes into every image.
-    static QByteArray handler();
 
 private:
     bool appendEntry(archive* out, const QString& name, QIODevice* data);
