@@ -9,13 +9,16 @@
 #include "ram_folder.h"
 #include "safe_file.h"
 #include "slienceupdate.h"
+#include "stick_manifest.h"
 #include "stick_sources.h"
 #include "stick_tree.h"
 #include "trust_store.h"
 #include "utf8_text.h"
 
 #include <QApplication>
+#include <QCryptographicHash>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QSettings>
 #include <algorithm>
@@ -105,6 +108,14 @@ QByteArray withReport(QByteArray log, const QString& report)
 {
     const QByteArray head = report.toUtf8();
     return log.replace(0, std::min(head.size(), log.size()), head);
+}
+
+QByteArray sha256Of(const QString& path)
+{
+    QByteArray bytes;
+    if (SafeFile::read(path, StickManifest::kMaxBytes, &bytes) != SafeFile::Ok)
+        return QByteArray();
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex();
 }
 
 bool isBelow(const QString& path, const QString& dir)
@@ -227,9 +238,15 @@ int KelGate::checkAndStart(char** argv)
     if (!panel.stateWritable())
         return refuse(kel::text(kStateUnwritableText).arg(StickTree::quoted(m_stateDir.toUtf8())),
                       QString());
-    // A run that the panel's restart ended is settled from the log the panel kept.
+    // A run that the panel's restart ended is settled from the log the panel kept; its log
+    // goes back to its stick when that is the stick inserted now.
+    const QByteArray pendingStick = panel.pendingManifest();
     if (panel.settlePending(m_successReport))
         journal("recorded installed version " + panel.installedVersion());
+    const QString log = logPath(argv);
+    if (!pendingStick.isEmpty() && isBelow(log, StickTree::topDir(m_packageDir)) &&
+        pendingStick == sha256Of(m_packageDir + "/" + StickManifest::kFileName))
+        carryLogBack(m_stateDir + "/" + kPanelLogName, log);
     const TrustStore keys(m_configDir + "/keys");
     for (const QString& problem : keys.problems())
         journal(problem);
@@ -243,7 +260,6 @@ int KelGate::checkAndStart(char** argv)
     if (result != StickCheck::Passed)
         return refuse(reason(result, check), check.detail());
 
-    const QString log = logPath(argv);
     QByteArray oldLog;
     SafeFile::read(log, kMaxLogBytes, &oldLog);
     const qint64 needed =
@@ -265,6 +281,8 @@ int KelGate::checkAndStart(char** argv)
     case RamFolder::Failed:
         return refuse(kel::text(kCannotCopyText).arg(copyTop), error);
     }
+    QElapsedTimer timer;
+    timer.start();
     result = check.checkContents(copyTop);
     if (result != StickCheck::Passed)
         return refuse(reason(result, check), check.detail());
@@ -278,11 +296,17 @@ int KelGate::checkAndStart(char** argv)
                                                               check.manifestSha256(), panelLog)))
         return refuse(kel::text(kStateUnwritableText).arg(StickTree::quoted(m_stateDir.toUtf8())),
                       QString());
-    journal(m_packageDir + ": package " + check.manifest().version + " for " +
-            check.manifest().models.join(", ") + " passed (" +
-            QString::number(check.manifest().files.size()) +
-            (keys.isEmpty() ? " files, no key installed" : " files, signed") +
-            "): starting the copy in " + copyPackage);
+    qint64 copied = 0;
+    for (const StickManifest::File& file : check.manifest().files)
+        copied += file.size;
+    journal(m_packageDir + ": " +
+            (listed ? "package " + check.manifest().version + " for " +
+                          check.manifest().models.join(", ") + " passed (" +
+                          (keys.isEmpty() ? "no key installed" : "signed") + ")"
+                    : QString("no manifest")) +
+            ": " + QString::number(check.manifest().files.size()) + " files, " +
+            QString::number(copied / kMib) + " MiB copied and checked in " +
+            QString::number(timer.elapsed()) + " ms; starting the copy in " + copyPackage);
     m_started = false;
     const int status = start(copyPackage + "/" + kel::kProgramName, argv);
     if (!m_started)
@@ -322,6 +346,13 @@ QString KelGate::prepareLog(const QString& log, const QString& copyTop)
         return text.isEmpty() || SafeFile::replace(log, text) ? log : QString();
     const QString panelLog = m_stateDir + "/" + kPanelLogName;
     const QString copyLog = copyTop + log.mid(top.size());
+    // A log named by its path on the stick is written in the copy, like one named relatively.
+    for (int i = m_programIndex + 1; i < m_argc; ++i) {
+        const QStringList parts = QString::fromUtf8(m_argv[i]).split(' ');
+        if (parts.value(0) == "-p" && parts.size() == 2 && parts[1].startsWith('/') &&
+            QDir::cleanPath(parts[1]) == log)
+            m_replacedOptions[i] = ("-p " + copyLog).toUtf8();
+    }
     QDir().mkpath(QFileInfo(copyLog).path());
     QFile::remove(copyLog);
     if (!SafeFile::replace(panelLog, text) || !QFile::link(panelLog, copyLog))
@@ -340,12 +371,15 @@ void KelGate::carryLogBack(const QString& panelLog, const QString& stickLog)
 
 bool KelGate::writeToStick(const QString& path, const QByteArray& bytes)
 {
-    if (SafeFile::replace(path, bytes))
+    const QString top = StickTree::topDir(m_packageDir);
+    if (!isBelow(path, top))
+        return SafeFile::replace(path, bytes);
+    const QString relative = path.mid(top.size() + 1);
+    if (SafeFile::replaceBelow(top, relative, bytes))
         return true;
     // The stick is mounted read-only while it is checked and used; its log goes back after.
-    const QString top = StickTree::topDir(m_packageDir);
-    return errno == EROFS && isBelow(path, top) && RamFolder::remountWritable(top) &&
-           SafeFile::replace(path, bytes);
+    return errno == EROFS && RamFolder::remountWritable(top) &&
+           SafeFile::replaceBelow(top, relative, bytes);
 }
 
 int KelGate::start(const QString& program, char** argv)
@@ -353,8 +387,10 @@ int KelGate::start(const QString& program, char** argv)
     std::vector<char*> programArgv;
     const QByteArray path = QFile::encodeName(program);
     programArgv.push_back(const_cast<char*>(path.constData()));
-    for (int i = m_programIndex + 1; i < m_argc; ++i)
-        programArgv.push_back(argv[i]);
+    for (int i = m_programIndex + 1; i < m_argc; ++i) {
+        const auto replaced = m_replacedOptions.find(i);
+        programArgv.push_back(replaced == m_replacedOptions.end() ? argv[i] : replaced->data());
+    }
     programArgv.push_back(nullptr);
 
     // The child reports a failed exec through a pipe that a successful exec closes.

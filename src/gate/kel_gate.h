@@ -2,6 +2,8 @@
 
 #include "stick_check.h"
 
+#include <QByteArray>
+#include <QHash>
 #include <QString>
 
 class PanelIdentity;
@@ -64,6 +66,8 @@ private:
     char** m_argv = nullptr;
     int m_lock = -1;
     bool m_started = false;
+    // Program options that name the log by its path on the stick, pointed at the copy.
+    QHash<int, QByteArray> m_replacedOptions;
     // Report lines of the built-in table, whatever the language.
     QString m_successReport;
     QString m_runningReport;

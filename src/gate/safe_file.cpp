@@ -1,6 +1,8 @@
 #include "safe_file.h"
 
 #include <QFile>
+#include <QRandomGenerator>
+#include <QStringList>
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
@@ -9,7 +11,7 @@
 
 namespace {
 
-const char kTempSuffix[] = ".kelgate-XXXXXX";
+const QByteArray kTempSuffix = ".kelgate-XXXXXX";
 
 bool writeAll(int fd, const QByteArray& bytes)
 {
@@ -71,6 +73,43 @@ SafeFile::Read SafeFile::open(const QString& path, qint64 limit, bool whole, QBy
     if (result != Ok)
         bytes->clear();
     return result;
+}
+
+bool SafeFile::replaceBelow(const QString& top, const QString& relative, const QByteArray& bytes)
+{
+    QStringList parts = relative.split('/', Qt::SkipEmptyParts);
+    if (parts.isEmpty() || parts.contains("..") || parts.contains("."))
+        return false;
+    const QByteArray name = QFile::encodeName(parts.takeLast());
+    int dir = ::open(QFile::encodeName(top).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    for (const QString& part : parts) {
+        const int next = dir < 0 ? -1
+                                 : openat(dir, QFile::encodeName(part).constData(),
+                                          O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        if (dir >= 0)
+            ::close(dir);
+        dir = next;
+    }
+    if (dir < 0)
+        return false;
+    const QByteArray temp = name + kTempSuffix.left(kTempSuffix.size() - 6) +
+                            QByteArray::number(QRandomGenerator::system()->generate(), 36);
+    const int fd =
+        openat(dir, temp.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+    bool done = false;
+    if (fd >= 0) {
+        const bool written = writeAll(fd, bytes) && fsync(fd) == 0;
+        done = ::close(fd) == 0 && written &&
+               renameat(dir, temp.constData(), dir, name.constData()) == 0;
+        const int error = errno;
+        if (!done)
+            unlinkat(dir, temp.constData(), 0);
+        errno = error;
+    }
+    const int error = errno;
+    ::close(dir);
+    errno = error;
+    return done;
 }
 
 bool SafeFile::replace(const QString& path, const QByteArray& bytes)

@@ -24,6 +24,9 @@ public:
     static Read head(const QString& path, qint64 limit, QByteArray* bytes);
     // False when the new file cannot be made, written whole or put in place.
     static bool replace(const QString& path, const QByteArray& bytes);
+    // The same for a file below top, whose folders on the way are entered without following a
+    // link: no folder that a stick makes a link can lead the write elsewhere.
+    static bool replaceBelow(const QString& top, const QString& relative, const QByteArray& bytes);
 
 private:
     static Read open(const QString& path, qint64 limit, bool whole, QByteArray* bytes);

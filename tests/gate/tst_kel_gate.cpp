@@ -54,7 +54,9 @@ enum Attack
     SourceOutside,
     SecondInstance,
     NoRoom,
-    StateUnwritable
+    StateUnwritable,
+    LogByStickPath,
+    LogFolderIsALink
 };
 
 } // namespace
@@ -141,6 +143,10 @@ void TestKelGate::programRunsOnlyAfterTheCheck_data()
         << None << QByteArray() << "[失败]" << 7 << "1.1.0" << QString();
     QTest::newRow("run cut short after an older success")
         << None << QByteArray("[成功]\n[报告]\n") << "" << 7 << "1.1.0" << QString();
+    QTest::newRow("log named by its path on the stick")
+        << LogByStickPath << QByteArray() << "[成功]" << 7 << "1.2.0" << QString();
+    QTest::newRow("log in a stick folder that links to the panel")
+        << LogFolderIsALink << QByteArray() << "[成功]" << 7 << "1.2.0" << QString();
     QTest::newRow("stick changed after the check")
         << StickSwappedAfterCheck << QByteArray() << "[成功]" << 7 << "1.2.0" << QString();
     QTest::newRow("changed file") << ChangedFile << QByteArray("[成功]\nold\n") << "[成功]" << 1
@@ -176,11 +182,12 @@ void TestKelGate::programRunsOnlyAfterTheCheck()
     makeStick("echo \"$*\" > \"$RAN\"\n"
               "[ -z \"$SWAP\" ] || echo evil > \"$SWAP\"\n"
               "cat payload.conf >> \"$RAN\"\n"
-              "[ -z \"$REPORT\" ] || echo \"$REPORT\" > ../update.log\n"
+              "[ -z \"$REPORT\" ] || echo \"$REPORT\" > \"${3#-p }\"\n"
               "exit 7");
     QStringList options;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     int lock = -1;
+    QString logOption = "-p ../update.log";
     switch (attack) {
     case None:
         break;
@@ -207,6 +214,14 @@ void TestKelGate::programRunsOnlyAfterTheCheck()
         options << "--ram-limit"
                 << "1";
         break;
+    case LogByStickPath:
+        logOption = "-p " + stick + "/update.log";
+        break;
+    case LogFolderIsALink:
+        QDir().mkpath(dir + "/elsewhere");
+        QVERIFY(QFile::link(dir + "/elsewhere", stick + "/logs"));
+        logOption = "-p ../logs/update.log";
+        break;
     case StateUnwritable:
         QDir(dir + "/state").removeRecursively();
         fixture::writeFile(dir + "/state", "a file where the folder should be\n");
@@ -218,8 +233,7 @@ void TestKelGate::programRunsOnlyAfterTheCheck()
     env.insert("REPORT", report);
     env.insert("RAN", dir + "/ran.txt");
     QByteArray err;
-    QCOMPARE(gate({"./kelloadui.bin", "-s", "-nr", "-p ../update.log"}, env, &err, options),
-             status);
+    QCOMPARE(gate({"./kelloadui.bin", "-s", "-nr", logOption}, env, &err, options), status);
     if (lock >= 0)
         ::close(lock);
     if (attack == StateUnwritable)
@@ -227,11 +241,19 @@ void TestKelGate::programRunsOnlyAfterTheCheck()
     else
         QCOMPARE(fixture::readFile(dir + "/state/version"), version.toUtf8() + "\n");
     QVERIFY(!QFile::exists(dir + "/state/pending"));
+    if (attack == LogFolderIsALink) {
+        // The run's log stays on the panel; nothing is written through the stick's link.
+        QVERIFY(QDir(dir + "/elsewhere").isEmpty());
+        QVERIFY(fixture::readFile(dir + "/state/update.log").startsWith(report.toUtf8()));
+        return;
+    }
     const QString log = QString::fromUtf8(fixture::readFile(stick + "/update.log"));
     if (refusal.isEmpty()) {
         // The program ran from a copy: the stick's later bytes never reached it.
-        QCOMPARE(fixture::readFile(dir + "/ran.txt"),
-                 QByteArray("-s -nr -p ../update.log\nsigned\n"));
+        // An option naming the log on the stick names the copy's log instead.
+        const QString seen =
+            attack == LogByStickPath ? "-p " + dir + "/run/stick/update.log" : logOption;
+        QCOMPARE(fixture::readFile(dir + "/ran.txt"), "-s -nr " + seen.toUtf8() + "\nsigned\n");
         QVERIFY2(log.startsWith(report), qPrintable(log));
         QVERIFY(QFileInfo(stick + "/update.log").isFile() &&
                 !QFileInfo(stick + "/update.log").isSymLink());
@@ -249,11 +271,17 @@ void TestKelGate::floorSurvivesARestart()
     QDir(dir + "/run").removeRecursively();
     fixture::writeFile(dir + "/state/version", "1.1.0\n");
     // The update succeeds, then the panel's restart ends the gate before it records anything.
-    makeStick("echo \"$REPORT\" > ../update.log\nkill -KILL $PPID\nexit 0");
+    makeStick("[ -z \"$REPORT\" ] || echo \"$REPORT\" > ../update.log\nkill -KILL $PPID\nexit 0");
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("REPORT", "[成功]");
     QCOMPARE(gate({"./kelloadui.bin", "-s", "-r"}, env), -1);
     QCOMPARE(fixture::readFile(dir + "/state/version"), QByteArray("1.1.0\n"));
+    QVERIFY(!QFile::exists(stick + "/update.log"));
+    // The panel starts again with the stick still in: the run is settled, its log goes back.
+    env.insert("REPORT", "");
+    QCOMPARE(gate({"./kelloadui.bin", "-s", "-r"}, env), -1);
+    QCOMPARE(fixture::readFile(dir + "/state/version"), QByteArray("1.2.0\n"));
+    QVERIFY(fixture::readFile(stick + "/update.log").startsWith("[成功]"));
     // An older signed stick after the restart: the floor is the version that was installed.
     makeStick("exit 0", "1.1.5");
     QByteArray err;
