@@ -3,6 +3,9 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QtTest>
 
 // Keys and signed sticks as an integrator makes them with the package tool.
@@ -18,6 +21,8 @@ private slots:
     void buildSigns();
     void verifyFindsWhatThePanelWouldRefuse_data();
     void verifyFindsWhatThePanelWouldRefuse();
+    void sourcesOutsideTheStickManifestAreRefused_data();
+    void sourcesOutsideTheStickManifestAreRefused();
 
 private:
     int kelpack(const QStringList& args, QByteArray* out = nullptr);
@@ -111,7 +116,8 @@ void TestKelpackSign::verifyFindsWhatThePanelWouldRefuse_data()
     QTest::addColumn<QByteArray>("finding");
     QTest::newRow("other key") << "other-keys" << QString() << QByteArray("verifies with no key");
     QTest::newRow("changed file") << "vendor-keys"
-                                  << "language/0001.lan" << QByteArray("language/0001.lan differs");
+                                  << "language/0001.lan"
+                                  << QByteArray("\"language/0001.lan\" differs");
     QTest::newRow("no key given") << QString() << QString()
                                   << QByteArray("signature was not checked");
 }
@@ -137,6 +143,80 @@ void TestKelpackSign::verifyFindsWhatThePanelWouldRefuse()
     QByteArray out;
     QCOMPARE(kelpack(args, &out), keys.isEmpty() ? 0 : 1);
     QVERIFY2(out.contains(finding), out.constData());
+}
+
+void TestKelpackSign::sourcesOutsideTheStickManifestAreRefused_data()
+{
+    QTest::addColumn<QStringList>("edit"); // a file of the sample tree, a text and its replacement
+    QTest::addColumn<QString>("where");    // how the finding starts
+    QTest::addColumn<QString>("fix");
+    QTest::newRow("sibling folder of the package")
+        << QStringList{"update.ini", "./files/panel.conf", "../extra/panel.conf"}
+        << "update.ini:19: error: [COPYFILE1] SRCPATH: "
+        << "SRCPATH=./extra/panel.conf, with the file moved to extra/panel.conf";
+    QTest::newRow("absolute") << QStringList{"system/update.ini", "./payload/time.conf",
+                                             "/media/usb0/extra/time.conf"}
+                              << "system/update.ini:15: error: [COPYFILE2] SRCPATH: "
+                              << "SRCPATH=./time.conf, with the file moved to system/time.conf";
+    QTest::newRow("runtime src_path")
+        << QStringList{"vorn_app/update.ini", "src_path=./", "src_path=../../rt/"}
+        << "vorn_app/update.ini:9: error: [FILE1] src_path: "
+        << "src_path=./rt/, with the folder moved to vorn_app/rt";
+    QTest::newRow("project NAME") << QStringList{"project/project.ini", "NAME=main.pro",
+                                                 "NAME=../../extra/main.pro"}
+                                  << "project/project.ini:6: error: [FILE1] NAME: "
+                                  << "NAME=main.pro, with the file moved to project/main.pro";
+}
+
+void TestKelpackSign::sourcesOutsideTheStickManifestAreRefused()
+{
+    QFETCH(QStringList, edit);
+    QFETCH(QString, where);
+    QFETCH(QString, fix);
+    INSIDE_SANDBOX_REQUIRED();
+    const QString tree = dir + "/tree", out = dir + "/out";
+    QDir(tree).removeRecursively();
+    QDir(out).removeRecursively();
+    QVERIFY(fixture::copySampleTree(tree));
+    QByteArray manifest = fixture::readFile(tree + "/" + edit[0]);
+    QVERIFY(manifest.contains(edit[1].toUtf8()));
+    fixture::writeFile(tree + "/" + edit[0], manifest.replace(edit[1].toUtf8(), edit[2].toUtf8()));
+
+    QByteArray json;
+    QCOMPARE(kelpack({"verify", tree, "--json"}, &json), 1);
+    QString finding;
+    for (const QJsonValue& value :
+         QJsonDocument::fromJson(json).object().value("findings").toArray()) {
+        if (value.toObject().value("text").toString().startsWith(where))
+            finding = value.toObject().value("text").toString();
+    }
+    QVERIFY2(finding.contains(fix), json.constData());
+
+    // build refuses what verify refuses; a stick written despite it cannot be signed.
+    const QStringList build{"build", tree, out, "--program", KEL_PROGRAM_PATH};
+    QByteArray output;
+    QCOMPARE(kelpack(build, &output), 1);
+    QVERIFY2(output.contains(finding.toUtf8()) && !QFileInfo::exists(out), output.constData());
+    QCOMPARE(kelpack(build + QStringList{"--despite-errors"}), 0);
+    QCOMPARE(kelpack({"sign", out + "/update", dir + "/vendor.key", "--version", "1.2.0",
+                      "--models", "KEL-700"},
+                     &output),
+             1);
+    QVERIFY2(output.contains((out + "/update/" + edit[0] + ":").toUtf8()) &&
+                 output.contains(where.section(": error: ", 1).toUtf8()),
+             output.constData());
+    QVERIFY(!QFileInfo::exists(out + "/update/kelgate.manifest"));
+
+    // With a release in the recipe, verify still reports and build --sign names the tree's line.
+    QDir(out).removeRecursively();
+    fixture::writeFile(tree + "/kelpack.ini", fixture::readFile(tree + "/kelpack.ini") +
+                                                  "version=1.2.0\nmodels=KEL-700\n");
+    QByteArray again;
+    QCOMPARE(kelpack({"verify", tree, "--json"}, &again), 1);
+    QCOMPARE(again, json);
+    QCOMPARE(kelpack(build + QStringList{"--sign", dir + "/vendor.key"}, &output), 1);
+    QVERIFY2(output.contains((tree + "/" + where).toUtf8()) && !QFileInfo::exists(out),
+             output.constData());
 }
 
 KEL_SANDBOXED_TEST_MAIN(TestKelpackSign)

@@ -1,5 +1,6 @@
 #include "package_signer.h"
 
+#include "package_verifier.h"
 #include "stick_builder.h"
 
 #include "stick_check.h"
@@ -202,8 +203,34 @@ bool PackageSigner::keygen(const QString& name, QString* error)
     return true;
 }
 
+QString PackageSigner::sourcesProblem(const QString& packageDir, const QString& treeDir)
+{
+    PackageVerifier sources(packageDir, treeDir);
+    sources.verifySources();
+    QStringList lines;
+    for (VerifyReport::Finding finding : sources.report().findings()) {
+        finding.file =
+            QDir(treeDir.isEmpty() ? packageDir : treeDir).absoluteFilePath(finding.file);
+        lines << VerifyReport::text(finding);
+    }
+    if (lines.isEmpty())
+        return QString();
+    return lines.join('\n') + "\nnothing was signed";
+}
+
 bool PackageSigner::sign(const QString& packageDir, StickManifest release,
                          const QString& secretKeyFile, QString* error)
+{
+    const QString problem = sourcesProblem(packageDir, QString());
+    if (!problem.isEmpty()) {
+        *error = problem;
+        return false;
+    }
+    return write(packageDir, release, secretKeyFile, error);
+}
+
+bool PackageSigner::write(const QString& packageDir, StickManifest release,
+                          const QString& secretKeyFile, QString* error)
 {
     const QString package = QDir(packageDir).absolutePath();
     QByteArray secretKey;
@@ -221,15 +248,17 @@ bool PackageSigner::sign(const QString& packageDir, StickManifest release,
     release.models.removeDuplicates();
     release.built = buildTime();
     release.files.clear();
-    QStringList paths;
-    QString unsafe;
-    if (!StickTree::list(package, &paths, &unsafe)) {
-        *error = unsafe + ": a link or special file; panels refuse sticks with one: put a regular "
-                          "file in its place";
+    QList<QByteArray> names;
+    QByteArray unsafe;
+    if (!StickTree::list(package, &names, &unsafe)) {
+        *error = StickTree::quoted(unsafe) +
+                 ": a link, a special file or a name that is not UTF-8; panels refuse sticks "
+                 "with one: put a regular file with a UTF-8 name in its place";
         return false;
     }
     const QString top = StickTree::topDir(package);
-    for (const QString& path : paths) {
+    for (const QByteArray& name : names) {
+        const QString path = QString::fromUtf8(name);
         const QString problem = StickManifest::pathProblem(path, release.folder);
         StickManifest::File file;
         file.path = path;
@@ -273,7 +302,7 @@ bool PackageSigner::sign(const QString& packageDir, StickManifest release,
 }
 
 bool PackageSigner::signBuild(const QSettings& recipe, const QString& recipePath,
-                              const QString& packageDir, const QString& secretKeyFile,
+                              const QString& packageDir, const QString& secretKeyFile, bool staged,
                               QString* error)
 {
     StickManifest release;
@@ -295,7 +324,14 @@ bool PackageSigner::signBuild(const QSettings& recipe, const QString& recipePath
         *error = recipePath + ": [stick] " + problem;
         return false;
     }
-    return sign(packageDir, release, secretKeyFile, error);
+    if (staged)
+        return true;
+    const QString sources = sourcesProblem(packageDir, QFileInfo(recipePath).absolutePath());
+    if (!sources.isEmpty()) {
+        *error = sources;
+        return false;
+    }
+    return write(packageDir, release, secretKeyFile, error);
 }
 
 QString PackageSigner::describe(const QString& packageDir)

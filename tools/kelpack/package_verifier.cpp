@@ -12,6 +12,8 @@
 #include "program_arch.h"
 #include "qsettingsfactory.h"
 #include "stick_builder.h"
+#include "stick_manifest.h"
+#include "stick_sources.h"
 #include "utf8_text.h"
 
 #include <QCryptographicHash>
@@ -241,6 +243,7 @@ void PackageVerifier::verify()
     m_scratch = scratch.path();
     QSettingsFactory::setScratchPath(m_scratch + "/opened.ini");
     lintAll();
+    checkSources();
     if (m_tree.isEmpty() && QFileInfo::exists(m_dir + "/" + kel::kProgramName))
         checkProgramArch();
     GenerateConfigInfo root;
@@ -291,6 +294,57 @@ void PackageVerifier::verify()
                          [this](bool error, const QString& file, const QString& message) {
                              add(error, file, QString(), QString(), message);
                          });
+}
+
+void PackageVerifier::verifySources()
+{
+    QTemporaryDir scratch;
+    m_scratch = scratch.path();
+    checkSources();
+}
+
+void PackageVerifier::checkSources()
+{
+    StickSources sources;
+    QString why;
+    if (!sources.read(m_dir, &why)) {
+        const QString where = why.mid(m_dir.size() + 1); // "system/update.ini: why"
+        add(true, where.section(": ", 0, 0), QString(), QString(), where.section(": ", 1),
+            "build the stick with kelpack build");
+        return;
+    }
+    const QString folder = QFileInfo(m_dir).fileName();
+    for (const StickSources::Source& source : sources.outside()) {
+        const QString section = source.key.section('/', 0, 0);
+        const QString key = source.key.section('/', 1);
+        m_outside.insert(source.manifest + " [" + section + "]");
+        QString where;
+        if (source.value.startsWith('/'))
+            where = "is absolute";
+        else if (source.path.isEmpty())
+            where = "leads out of the stick";
+        else
+            where = "is " + source.path + " on the stick, outside " + folder +
+                    "/ and the folders beside it (" + StickManifest::sideFolders().join("/, ") +
+                    "/)";
+        // What to write: the same file or folder moved into the manifest's own folder.
+        const bool folderKey = key == kSrcPathRuntime;
+        const bool pathKey = key == kSrcPath;
+        QString name = pathKey && !source.path.isEmpty() && source.path != "."
+                           ? source.path
+                           : QFileInfo(QDir::cleanPath(source.value)).fileName();
+        if (name.isEmpty() || name == "..")
+            name = "files";
+        const QString itemFolder = QFileInfo(source.manifest).path();
+        const QString moved = itemFolder == "." ? name : itemFolder + "/" + name;
+        add(true, source.manifest, section, key,
+            "\"" + source.value + "\" " + where +
+                ": the stick manifest does not cover it, so the panel would install whatever is "
+                "there unchecked",
+            QString("%1=%2, with the %3 moved to %4 in the package folder")
+                .arg(key, (folderKey || pathKey ? "./" : "") + name + (folderKey ? "/" : ""),
+                     folderKey ? "folder" : "file", moved));
+    }
 }
 
 void PackageVerifier::walkPrepare(GenerateConfigInfo& root)
@@ -382,10 +436,7 @@ void PackageVerifier::walkCopies(const QString& folder, const QString& file, QSe
             add(true, file, section, kSrcPath, "is missing or empty: the copy has no source",
                 QString(kSrcPath) + "=./path/in/the/package");
             usable = false;
-        } else if (r.src.startsWith('/')) {
-            add(false, file, section, kSrcPath,
-                "is absolute: the source is taken from the panel, not from the stick",
-                QString(kSrcPath) + "=./" + QFileInfo(r.src).fileName());
+        } else if (m_outside.contains(file + " [" + section + "]")) {
             usable = false;
         } else if (r.mode == 0 ? !QFileInfo(source).isFile() : !QFileInfo(source).isDir()) {
             QStringList candidates;
@@ -636,7 +687,7 @@ void PackageVerifier::walkRuntime()
             downLoadVorn_app::FILE_INFO* r = &records[i];
             const QString section = kRuntimeFile + QString::number(i + 1);
             const QString by = file + " [" + section + "]";
-            if (!usable[i])
+            if (!usable[i] || m_outside.contains(by))
                 continue;
             if (r->file_name != "*") {
                 if (pass == 1)
@@ -858,6 +909,8 @@ void PackageVerifier::walkProject()
         const QString size = manifest.value(group + kSize).toString();
         QString desPath = manifest.value(group + kDesPathProject).toString();
         const QString source = QDir::cleanPath(folder + "/" + name);
+        if (m_outside.contains(file + " [" + section + "]"))
+            continue;
         if (name.isEmpty() || !QFileInfo(source).isFile()) {
             add(true, file, section, kName,
                 name.isEmpty() ? QString("is missing or empty")

@@ -29,6 +29,9 @@ public:
     // A tree checked before it is built has no signature yet: leave the stick manifest out.
     void setSignatureAudited(bool audited) { m_signatureAudited = audited; }
     void verify();
+    // Only the check that every source the manifests name lies in the folders the stick manifest
+    // covers: what signing refuses.
+    void verifySources();
     const VerifyReport& report() const { return m_report; }
 
 private:
@@ -58,6 +61,7 @@ private:
     QString stickPath(const QString& folder, const QString& relative) const;
 
     void lintAll();
+    void checkSources();
     void walkPrepare(GenerateConfigInfo& root);
     void walkOperations(const QString& folder, const QString& file);
     void walkCopies(const QString& folder, const QString& file, QSettings& manifest);
@@ -82,6 +86,7 @@ private:
     QString m_phase;
     PanelModel m_panel;
     QSet<QString> m_granted; // panel paths made executable so far
+    QSet<QString> m_outside; // "file [SECTION]" of records with a source checkSources refused
     QMap<QString, ManifestText> m_texts;
     VerifyReport m_report;
 };

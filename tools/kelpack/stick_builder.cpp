@@ -208,7 +208,8 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
         return fail(m_tree + "/update.ini: the package manifest is missing");
     // The stick manifest comes last: it lists every file written before it.
     return writeManifest(package, "update.ini", true, false) &&
-           PackageSigner::signBuild(recipe, recipePath, package, m_signingKey, &m_error);
+           PackageSigner::signBuild(recipe, recipePath, package, m_signingKey, m_checkOnly,
+                                    &m_error);
 }
 
 bool StickBuilder::fillAuto(QSettings& source, const QString& dir, bool projectStyle,
