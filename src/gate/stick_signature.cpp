@@ -54,12 +54,25 @@ bool StickSignature::decode(const QByteArray& text, const char* kind, int size, 
     const QByteArray prefix = QByteArray(kind) + ' ';
     if (!text.startsWith(prefix) || !text.endsWith('\n'))
         return false;
-    const QByteArray base64 = text.mid(prefix.size(), text.size() - prefix.size() - 1);
-    const auto decoded =
-        QByteArray::fromBase64Encoding(base64, QByteArray::AbortOnBase64DecodingErrors);
+    QByteArray base64 = text.mid(prefix.size(), text.size() - prefix.size() - 1);
+    auto decoded = QByteArray::fromBase64Encoding(base64, QByteArray::AbortOnBase64DecodingErrors);
     // Only the one text encode() writes: no padding variants, blanks or trailing lines.
-    if (!decoded || decoded.decoded.size() != size || decoded.decoded.toBase64() != base64)
+    QByteArray again = decoded.decoded.toBase64();
+    const bool valid = decoded && decoded.decoded.size() == size && again == base64;
+    wipe(&again);
+    wipe(&base64);
+    if (!valid) {
+        wipe(&decoded.decoded);
         return false;
-    *bytes = decoded.decoded;
+    }
+    wipe(bytes);
+    bytes->swap(decoded.decoded);
     return true;
+}
+
+void StickSignature::wipe(QByteArray* bytes)
+{
+    if (!bytes->isEmpty())
+        sodium_memzero(bytes->data(), size_t(bytes->size()));
+    bytes->clear();
 }

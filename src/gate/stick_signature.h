@@ -26,6 +26,9 @@ public:
     static QByteArray encode(const char* kind, const QByteArray& bytes);
     // The bytes of a text written by encode() with this kind and size; false for anything else.
     static bool decode(const QByteArray& text, const char* kind, int size, QByteArray* bytes);
+    // Overwrites bytes with zeros and empties them: a secret key must not linger in memory. Only
+    // this copy is wiped: the caller keeps secrets out of shared copies.
+    static void wipe(QByteArray* bytes);
 
 private:
     static bool ready();

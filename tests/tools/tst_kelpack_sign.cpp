@@ -54,6 +54,17 @@ void TestKelpackSign::keygenWritesAPrivateKeyOnce()
     QCOMPARE(kelpack({"keygen", dir + "/vendor"}, &out), 1);
     QVERIFY(out.contains("already exists"));
     QCOMPARE(fixture::readFile(dir + "/vendor.key"), key);
+    // A copy that others may read is refused before it signs anything.
+    fixture::writeFile(dir + "/shared.key", key);
+    QFile::setPermissions(dir + "/shared.key", QFile::ReadOwner | QFile::WriteOwner |
+                                                   QFile::ReadGroup | QFile::ReadOther);
+    fixture::writeFile(dir + "/loose/update/kelloadui.bin", "#!/bin/sh\n");
+    QCOMPARE(kelpack({"sign", dir + "/loose/update", dir + "/shared.key", "--version", "1.0",
+                      "--models", "KEL-700"},
+                     &out),
+             1);
+    QVERIFY2(out.contains("chmod 600"), out.constData());
+    QVERIFY(!QFileInfo::exists(dir + "/loose/update/kelgate.manifest"));
 }
 
 void TestKelpackSign::buildSigns_data()

@@ -1,6 +1,7 @@
 #include "package_signer.h"
 
 #include "package_verifier.h"
+#include "safe_file.h"
 #include "stick_builder.h"
 
 #include "stick_check.h"
@@ -51,7 +52,42 @@ const Explanation kExplanations[] = {
     {StickCheck::UnsafeEntry,
      "%1 is a link or special file: panels refuse it; put a regular file in its place"},
     {StickCheck::FileUnreadable, "%1 cannot be read"},
+    {StickCheck::KeysUnusable,
+     "%1 is not a readable key: give --keys a folder that holds only .pub files from kelpack "
+     "keygen"},
 };
+
+// A secret key, or a text that holds one: wiped when it goes.
+struct SecretKey
+{
+    QByteArray bytes;
+    SecretKey() = default;
+    SecretKey(const SecretKey&) = delete;
+    SecretKey& operator=(const SecretKey&) = delete;
+    ~SecretKey() { StickSignature::wipe(&bytes); }
+};
+
+// The key of a file written by keygen: a regular file of its own that only its owner may read.
+bool readSecretKey(const QString& path, QByteArray* key, QString* error)
+{
+    SecretKey text;
+    struct stat status;
+    const SafeFile::Read read = SafeFile::read(path, kMaxKeyFileBytes, &text.bytes);
+    if (read == SafeFile::Ok && ::stat(QFile::encodeName(path).constData(), &status) == 0 &&
+        (status.st_mode & 077) != 0) {
+        *error = QString("%1: others may read it (mode %2): a secret key is for its owner "
+                         "alone: chmod 600 %1, and keep it off shared folders")
+                     .arg(path)
+                     .arg(status.st_mode & 0777, 4, 8, QChar('0'));
+        return false;
+    }
+    if (read != SafeFile::Ok || !StickSignature::decode(text.bytes, StickSignature::kSecretKind,
+                                                        StickSignature::kSecretKeyBytes, key)) {
+        *error = path + ": not a secret key file written by kelpack keygen";
+        return false;
+    }
+    return true;
+}
 
 // Creates path with mode and writes bytes; never replaces an existing file.
 bool writeNewFile(const QString& path, const QByteArray& bytes, mode_t mode, QString* error)
@@ -187,13 +223,14 @@ bool PackageSigner::keygen(const QString& name, QString* error)
             return false;
         }
     }
-    QByteArray publicKey, secretKey;
-    if (!StickSignature::generate(&publicKey, &secretKey)) {
+    QByteArray publicKey;
+    SecretKey secretKey, secretText;
+    if (!StickSignature::generate(&publicKey, &secretKey.bytes)) {
         *error = "the signature library cannot start";
         return false;
     }
-    if (!writeNewFile(secretPath, StickSignature::encode(StickSignature::kSecretKind, secretKey),
-                      0600, error))
+    secretText.bytes = StickSignature::encode(StickSignature::kSecretKind, secretKey.bytes);
+    if (!writeNewFile(secretPath, secretText.bytes, 0600, error))
         return false;
     if (!writeNewFile(publicPath, StickSignature::encode(StickSignature::kPublicKind, publicKey),
                       0644, error)) {
@@ -233,16 +270,9 @@ bool PackageSigner::write(const QString& packageDir, StickManifest release,
                           const QString& secretKeyFile, QString* error)
 {
     const QString package = QDir(packageDir).absolutePath();
-    QByteArray secretKey;
-    if (!secretKeyFile.isEmpty()) {
-        QFile keyFile(secretKeyFile);
-        if (!keyFile.open(QIODevice::ReadOnly) ||
-            !StickSignature::decode(keyFile.read(kMaxKeyFileBytes), StickSignature::kSecretKind,
-                                    StickSignature::kSecretKeyBytes, &secretKey)) {
-            *error = secretKeyFile + ": not a secret key file written by kelpack keygen";
-            return false;
-        }
-    }
+    SecretKey secretKey;
+    if (!secretKeyFile.isEmpty() && !readSecretKey(secretKeyFile, &secretKey.bytes, error))
+        return false;
     release.folder = QFileInfo(package).fileName();
     release.models.sort();
     release.models.removeDuplicates();
@@ -284,7 +314,7 @@ bool PackageSigner::write(const QString& packageDir, StickManifest release,
     const QString signaturePath = package + "/" + StickManifest::kSignatureName;
     if (!writeFile(package + "/" + StickManifest::kFileName, text, error))
         return false;
-    if (secretKey.isEmpty()) {
+    if (secretKey.bytes.isEmpty()) {
         // An older signature would no longer match: an unsigned stick has none.
         if (QFileInfo::exists(signaturePath) && !QFile::remove(signaturePath)) {
             *error = signaturePath + ": the old signature cannot be removed";
@@ -292,7 +322,7 @@ bool PackageSigner::write(const QString& packageDir, StickManifest release,
         }
         return true;
     }
-    const QByteArray signature = StickSignature::sign(text, secretKey);
+    const QByteArray signature = StickSignature::sign(text, secretKey.bytes);
     if (signature.isEmpty()) {
         *error = secretKeyFile + ": the key cannot sign";
         return false;
