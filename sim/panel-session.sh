@@ -27,7 +27,9 @@ stick_state > "$run/stick-before.txt"
 # Fault injection: a shell snippet run on the prepared panel before the program starts.
 [ -n "${KELSIM_SETUP:-}" ] && sh -c "$KELSIM_SETUP"
 
-# The display: a private Xvfb at the panel's screen size, at the first free display number.
+# The display: a private Xvfb at the panel's screen size, at the first free display number. The
+# keymaps it compiles for its clients are its own scratch, not changes of the run.
+[ ! -d /var/lib/xkb ] || mount -t tmpfs -o mode=755,nosuid,nodev xkb /var/lib/xkb
 exec 3>"$run/display"
 Xvfb -displayfd 3 -screen 0 "${KELSIM_SCREEN}x24" -nolisten tcp >"$run/xvfb.log" 2>&1 &
 exec 3>&-

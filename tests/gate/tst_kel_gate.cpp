@@ -3,9 +3,6 @@
 #include "gate_notice.h"
 #include "multilingual_management.h"
 #include "sandbox.h"
-#include "stick_manifest.h"
-#include "stick_signature.h"
-#include "stick_tree.h"
 
 #include <QDir>
 #include <QProcess>
@@ -36,8 +33,6 @@ private slots:
 private:
     // A signed stick whose stand-in program runs the shell line script.
     void makeStick(const QByteArray& script, const QString& version = "1.2.0");
-    // Signs the stick as it is, as a package tool that let any source through would have.
-    void signAsAnOlderTool();
     int gate(const QStringList& args, const QProcessEnvironment& env, QByteArray* err = nullptr,
              const QStringList& gateOptions = {});
     QString dir;
@@ -84,33 +79,6 @@ void TestKelGate::makeStick(const QByteArray& script, const QString& version)
     QCOMPARE(fixture::kelpack({"sign", stick + "/update", dir + "/vendor.key", "--version", version,
                                "--models", "KEL-700", "--replaces", "1.0.0"}),
              0);
-}
-
-void TestKelGate::signAsAnOlderTool()
-{
-    StickManifest manifest;
-    manifest.folder = "update";
-    manifest.version = "1.2.0";
-    manifest.models = QStringList{"KEL-700"};
-    manifest.replaces = "1.0.0";
-    manifest.built = "2026-11-24T00:00:00Z";
-    QList<QByteArray> paths;
-    QByteArray unsafe;
-    QVERIFY(StickTree::list(stick + "/update", &paths, &unsafe));
-    for (const QByteArray& path : paths) {
-        StickManifest::File file;
-        file.path = QString::fromUtf8(path);
-        QVERIFY(StickTree::hash(stick + "/" + file.path, &file.size, &file.sha256));
-        manifest.files << file;
-    }
-    QByteArray secret;
-    QVERIFY(StickSignature::decode(fixture::readFile(dir + "/vendor.key"),
-                                   StickSignature::kSecretKind, StickSignature::kSecretKeyBytes,
-                                   &secret));
-    fixture::writeFile(stick + "/update/kelgate.manifest", manifest.text());
-    fixture::writeFile(stick + "/update/kelgate.sig",
-                       StickSignature::encode(StickSignature::kSignatureKind,
-                                              StickSignature::sign(manifest.text(), secret)));
 }
 
 int TestKelGate::gate(const QStringList& args, const QProcessEnvironment& env, QByteArray* err,
@@ -203,7 +171,7 @@ void TestKelGate::programRunsOnlyAfterTheCheck()
             "[COPYFILE]\nCOPYFILENUM=1\n[COPYFILE1]\nSRCPATH=../extra/panel.conf\n"
             "DESTPATH=/etc/panel.conf\nMODE=0\n");
         fixture::writeFile(stick + "/extra/panel.conf", "unsigned\n");
-        signAsAnOlderTool();
+        QVERIFY(fixture::signUnchecked(stick + "/update", dir + "/vendor.key", {"KEL-700"}));
         break;
     case SecondInstance:
         QDir().mkpath(dir + "/run");

@@ -3,8 +3,6 @@
 #include "multilingual_management.h"
 #include "qsettingsfactory.h"
 #include "sandbox.h"
-#include "stick_manifest.h"
-#include "stick_signature.h"
 #include "stick_tree.h"
 
 #include <QDir>
@@ -35,8 +33,6 @@ private slots:
 
 private:
     void sign(const QString& key);
-    // Signs the stick as it is, as a package tool that let any source through would have.
-    void signAsAnOlderTool();
     // Runs the stick through the simulator, the gate in front of the program, on a panel of
     // model with installed version that trusts the keys in keysDir.
     QString simulate(const QString& keysDir, const QString& model, const QString& installed);
@@ -80,33 +76,6 @@ void TestSimGate::sign(const QString& key)
                                key.isEmpty() ? "--unsigned" : dir + "/" + key, "--version", "1.2.0",
                                "--models", "KEL-700,KEL-1000", "--replaces", "1.0.0"}),
              0);
-}
-
-void TestSimGate::signAsAnOlderTool()
-{
-    StickManifest manifest;
-    manifest.folder = "update";
-    manifest.version = "1.2.0";
-    manifest.models = QStringList{"KEL-1000", "KEL-700"};
-    manifest.replaces = "1.0.0";
-    manifest.built = "2026-11-24T00:00:00Z";
-    QList<QByteArray> paths;
-    QByteArray unsafe;
-    QVERIFY(StickTree::list(stick + "/update", &paths, &unsafe));
-    for (const QByteArray& path : paths) {
-        StickManifest::File file;
-        file.path = QString::fromUtf8(path);
-        QVERIFY(StickTree::hash(stick + "/" + file.path, &file.size, &file.sha256));
-        manifest.files << file;
-    }
-    QByteArray secret;
-    QVERIFY(StickSignature::decode(fixture::readFile(dir + "/vendor.key"),
-                                   StickSignature::kSecretKind, StickSignature::kSecretKeyBytes,
-                                   &secret));
-    fixture::writeFile(stick + "/update/kelgate.manifest", manifest.text());
-    fixture::writeFile(stick + "/update/kelgate.sig",
-                       StickSignature::encode(StickSignature::kSignatureKind,
-                                              StickSignature::sign(manifest.text(), secret)));
 }
 
 QString TestSimGate::simulate(const QString& keysDir, const QString& model,
@@ -257,7 +226,8 @@ void TestSimGate::refusedStickNeverStarts()
             byte = char(QSettingsFactory::scrambleByte(uchar(byte)));
         fixture::writeFile(manifest, plain);
         fixture::writeFile(target, fixture::readFile(stick + "/update/files/panel.conf"));
-        signAsAnOlderTool();
+        QVERIFY(fixture::signUnchecked(stick + "/update", dir + "/vendor.key",
+                                       {"KEL-1000", "KEL-700"}));
         break;
     }
     }

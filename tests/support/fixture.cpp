@@ -1,6 +1,9 @@
 #include "fixture.h"
 
 #include "qsettingsfactory.h"
+#include "stick_manifest.h"
+#include "stick_signature.h"
+#include "stick_tree.h"
 
 #include <QDir>
 #include <QFile>
@@ -60,6 +63,36 @@ bool cpioEntry(const QByteArray& archive, const QByteArray& name, int* offset, i
         at = (*offset + *size + 3) & ~3;
     }
     return false;
+}
+
+bool signUnchecked(const QString& packageDir, const QString& keyFile, const QStringList& models)
+{
+    StickManifest manifest;
+    manifest.folder = QFileInfo(packageDir).fileName();
+    manifest.version = "1.2.0";
+    manifest.models = models;
+    manifest.replaces = "1.0.0";
+    manifest.built = "2026-11-24T00:00:00Z";
+    QList<QByteArray> paths;
+    QByteArray unsafe, secret;
+    if (!StickTree::list(packageDir, &paths, &unsafe))
+        return false;
+    const QString top = StickTree::topDir(packageDir);
+    for (const QByteArray& path : paths) {
+        StickManifest::File file;
+        file.path = QString::fromUtf8(path);
+        if (!StickTree::hash(top + "/" + file.path, &file.size, &file.sha256))
+            return false;
+        manifest.files << file;
+    }
+    if (!StickSignature::decode(readFile(keyFile), StickSignature::kSecretKind,
+                                StickSignature::kSecretKeyBytes, &secret))
+        return false;
+    writeFile(packageDir + "/" + StickManifest::kFileName, manifest.text());
+    writeFile(packageDir + "/" + StickManifest::kSignatureName,
+              StickSignature::encode(StickSignature::kSignatureKind,
+                                     StickSignature::sign(manifest.text(), secret)));
+    return true;
 }
 
 bool copySampleStick(const QString& dir)

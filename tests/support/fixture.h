@@ -32,6 +32,10 @@ bool copySampleTree(const QString& dir);
 // The section NAME of a simulator report: the lines after "== NAME" up to the next section.
 QString section(const QString& report, const QString& name);
 
+// Signs the stick of packageDir as it is, with the secret key of keyFile, as a package tool that
+// checked nothing would have (version 1.2.0, replacing 1.0.0); false when it could not.
+bool signUnchecked(const QString& packageDir, const QString& keyFile, const QStringList& models);
+
 // Writes an INI text as the updater's packages carry it: BOM, "#" first line, scrambled.
 void writeScrambledIni(const QString& path, const QByteArray& iniText);
 
