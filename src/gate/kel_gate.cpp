@@ -238,15 +238,8 @@ int KelGate::checkAndStart(char** argv)
     if (!panel.stateWritable())
         return refuse(kel::text(kStateUnwritableText).arg(StickTree::quoted(m_stateDir.toUtf8())),
                       QString());
-    // A run that the panel's restart ended is settled from the log the panel kept; its log
-    // goes back to its stick when that is the stick inserted now.
-    const QByteArray pendingStick = panel.pendingManifest();
-    if (panel.settlePending(m_successReport))
-        journal("recorded installed version " + panel.installedVersion());
     const QString log = logPath(argv);
-    if (!pendingStick.isEmpty() && isBelow(log, StickTree::topDir(m_packageDir)) &&
-        pendingStick == sha256Of(m_packageDir + "/" + StickManifest::kFileName))
-        carryLogBack(m_stateDir + "/" + kPanelLogName, log);
+    settleEarlierRun(&panel, log);
     const TrustStore keys(m_configDir + "/keys");
     for (const QString& problem : keys.problems())
         journal(problem);
@@ -259,43 +252,11 @@ int KelGate::checkAndStart(char** argv)
     }
     if (result != StickCheck::Passed)
         return refuse(reason(result, check), check.detail());
-
-    QByteArray oldLog;
-    SafeFile::read(log, kMaxLogBytes, &oldLog);
-    const qint64 needed =
-        RamFolder::needed(check.manifest(), RamFolder::kWorkingRoomBytes + oldLog.size());
-    const qint64 allowed = RamFolder::allowed(m_ramLimitMib);
-    if (needed > allowed)
-        return refuse(kel::text(kNoRoomText).arg((needed + kMib - 1) / kMib).arg(allowed / kMib),
-                      QString());
     RamFolder copy(m_runDir + "/" + kCopyFolderName);
-    const QString copyTop = copy.dir();
-    QString error;
-    qint64 room = 0;
-    switch (copy.prepare(needed, &room, &error)) {
-    case RamFolder::Ready:
-        break;
-    case RamFolder::NoRoom:
-        return refuse(kel::text(kNoRoomText).arg((needed + kMib - 1) / kMib).arg(room / kMib),
-                      QString());
-    case RamFolder::Failed:
-        return refuse(kel::text(kCannotCopyText).arg(copyTop), error);
-    }
     QElapsedTimer timer;
     timer.start();
-    result = check.checkContents(copyTop);
-    if (result != StickCheck::Passed)
-        return refuse(reason(result, check), check.detail());
-    const QString copyPackage = copyTop + "/" + QFileInfo(m_packageDir).fileName();
-    const QString outside = sourceOutside(copyPackage);
-    if (!outside.isEmpty())
-        return refuse(outside, QString());
-
-    const QString panelLog = prepareLog(log, copyTop);
-    if (panelLog.isEmpty() || (listed && !panel.recordPending(check.manifest().version,
-                                                              check.manifestSha256(), panelLog)))
-        return refuse(kel::text(kStateUnwritableText).arg(StickTree::quoted(m_stateDir.toUtf8())),
-                      QString());
+    if (!copyChecked(&check, log, &copy))
+        return kRefused;
     qint64 copied = 0;
     for (const StickManifest::File& file : check.manifest().files)
         copied += file.size;
@@ -306,15 +267,70 @@ int KelGate::checkAndStart(char** argv)
                     : QString("no manifest")) +
             ": " + QString::number(check.manifest().files.size()) + " files, " +
             QString::number(copied / kMib) + " MiB copied and checked in " +
-            QString::number(timer.elapsed()) + " ms; starting the copy in " + copyPackage);
+            QString::number(timer.elapsed()) + " ms");
+    return runCopy(check, listed ? &panel : nullptr, log, copy.dir(), argv);
+}
+
+void KelGate::settleEarlierRun(PanelIdentity* panel, const QString& log)
+{
+    // A run that the panel's restart ended is settled from the log the panel kept; its log
+    // goes back to its stick when that is the stick inserted now.
+    const QByteArray pendingStick = panel->pendingManifest();
+    if (panel->settlePending(m_successReport))
+        journal("recorded installed version " + panel->installedVersion());
+    if (!pendingStick.isEmpty() && isBelow(log, StickTree::topDir(m_packageDir)) &&
+        pendingStick == sha256Of(m_packageDir + "/" + StickManifest::kFileName))
+        carryLogBack(m_stateDir + "/" + kPanelLogName, log);
+}
+
+bool KelGate::copyChecked(StickCheck* check, const QString& log, RamFolder* copy)
+{
+    QByteArray oldLog;
+    SafeFile::read(log, kMaxLogBytes, &oldLog);
+    const qint64 needed =
+        RamFolder::needed(check->manifest(), RamFolder::kWorkingRoomBytes + oldLog.size());
+    qint64 room = RamFolder::allowed(m_ramLimitMib);
+    QString error;
+    const RamFolder::Result made =
+        needed > room ? RamFolder::NoRoom : copy->prepare(needed, &room, &error);
+    if (made == RamFolder::NoRoom)
+        refuse(kel::text(kNoRoomText).arg((needed + kMib - 1) / kMib).arg(room / kMib), QString());
+    else if (made == RamFolder::Failed)
+        refuse(kel::text(kCannotCopyText).arg(copy->dir()), error);
+    if (made != RamFolder::Ready)
+        return false;
+    const StickCheck::Result result = check->checkContents(copy->dir());
+    if (result != StickCheck::Passed) {
+        refuse(reason(result, *check), check->detail());
+        return false;
+    }
+    const QString outside = sourceOutside(copy->dir() + "/" + QFileInfo(m_packageDir).fileName());
+    if (!outside.isEmpty()) {
+        refuse(outside, QString());
+        return false;
+    }
+    return true;
+}
+
+int KelGate::runCopy(const StickCheck& check, PanelIdentity* panel, const QString& log,
+                     const QString& copyTop, char** argv)
+{
+    const QString panelLog = prepareLog(log, copyTop);
+    if (panelLog.isEmpty() || (panel && !panel->recordPending(check.manifest().version,
+                                                              check.manifestSha256(), panelLog)))
+        return refuse(kel::text(kStateUnwritableText).arg(StickTree::quoted(m_stateDir.toUtf8())),
+                      QString());
+    const QString program =
+        copyTop + "/" + QFileInfo(m_packageDir).fileName() + "/" + kel::kProgramName;
+    journal("starting " + program);
     m_started = false;
-    const int status = start(copyPackage + "/" + kel::kProgramName, argv);
+    const int status = start(program, argv);
     if (!m_started)
         return status;
     if (panelLog != log)
         carryLogBack(panelLog, log);
-    if (panel.settlePending(m_successReport))
-        journal("recorded installed version " + panel.installedVersion());
+    if (panel && panel->settlePending(m_successReport))
+        journal("recorded installed version " + panel->installedVersion());
     return status;
 }
 

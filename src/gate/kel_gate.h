@@ -7,6 +7,7 @@
 #include <QString>
 
 class PanelIdentity;
+class RamFolder;
 
 // The panel's gate in front of a stick's updater:
 //
@@ -42,6 +43,13 @@ private:
     QString logPath(char** argv) const;
     bool lockRun();
     int checkAndStart(char** argv);
+    // Settles a run that the panel's restart ended, before anything else is read.
+    void settleEarlierRun(PanelIdentity* panel, const QString& log);
+    // Copies the listed files into the RAM folder and checks the copy; false once refused.
+    bool copyChecked(StickCheck* check, const QString& log, RamFolder* copy);
+    // Starts the checked copy, its version noted on the panel when there is one.
+    int runCopy(const StickCheck& check, PanelIdentity* panel, const QString& log,
+                const QString& copyTop, char** argv);
     // The run's log on the panel, started from the stick's log with the running report; the
     // copy's log path becomes a link to it. Empty when it cannot be made.
     QString prepareLog(const QString& log, const QString& copyTop);

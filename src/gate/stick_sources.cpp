@@ -55,6 +55,33 @@ QString resolve(const QString& base, const QString& value)
     return path == ".." || path.startsWith("../") ? QString() : path;
 }
 
+// Hands the source of record n of a manifest of kind to add(key, value, path as written).
+template <typename Add>
+void addRecord(const QSettings& settings, Kind kind, qint64 n, const QString& packageFolder,
+               const QString& base, const Add& add)
+{
+    if (kind == Operations) {
+        const QString key = at(kCopy + QString::number(n), kSrcPath);
+        const QString value = settings.value(key).toString();
+        add(key, value, value);
+        return;
+    }
+    const QString group = (kind == Runtime ? kRuntimeFile : kProjectFile) + QString::number(n);
+    if (kind == Project) {
+        const QString name = settings.value(at(group, kName)).toString();
+        add(at(group, kName), name, name);
+        return;
+    }
+    // Joined as the updater joins them; "*" takes the files of src_path.
+    const QString source = settings.value(at(group, kSrcPathRuntime)).toString();
+    const QString name = settings.value(at(group, kFileName)).toString();
+    const QString folderPath = resolve(base, source);
+    const bool bySource =
+        name == "*" || folderPath.isEmpty() || folderPath.section('/', 0, 0) != packageFolder;
+    add(at(group, bySource ? kSrcPathRuntime : kFileName), bySource ? source : name,
+        name == "*" ? source : source + name);
+}
+
 } // namespace
 
 bool StickSources::read(const QString& packageDir, QString* error)
@@ -118,29 +145,8 @@ bool StickSources::read(const QString& packageDir, QString* error)
                                 .arg(kel::kMaxManifestCount));
         }
         const qint64 records = count(counts.first());
-        for (qint64 n = 1; n <= records; ++n) {
-            if (entry.kind == Operations) {
-                const QString key = at(kCopy + QString::number(n), kSrcPath);
-                const QString value = settings.value(key).toString();
-                add(key, value, value);
-                continue;
-            }
-            const QString group =
-                (entry.kind == Runtime ? kRuntimeFile : kProjectFile) + QString::number(n);
-            if (entry.kind == Project) {
-                const QString name = settings.value(at(group, kName)).toString();
-                add(at(group, kName), name, name);
-                continue;
-            }
-            // Joined as the updater joins them; "*" takes the files of src_path.
-            const QString source = settings.value(at(group, kSrcPathRuntime)).toString();
-            const QString name = settings.value(at(group, kFileName)).toString();
-            const QString folderPath = resolve(base, source);
-            const bool bySource =
-                name == "*" || folderPath.isEmpty() || folderPath.section('/', 0, 0) != m_folder;
-            add(at(group, bySource ? kSrcPathRuntime : kFileName), bySource ? source : name,
-                name == "*" ? source : source + name);
-        }
+        for (qint64 n = 1; n <= records; ++n)
+            addRecord(settings, entry.kind, n, m_folder, base, add);
     }
     return true;
 }
