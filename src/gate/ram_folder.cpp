@@ -76,7 +76,7 @@ RamFolder::Result RamFolder::prepare(qint64 bytes, qint64* room, QString* error)
     QDir(m_dir).removeRecursively();
     struct statfs system;
     if (mkdir(path.constData(), 0700) != 0 || statfs(path.constData(), &system) != 0 ||
-        (system.f_type != TMPFS_MAGIC && system.f_type != RAMFS_MAGIC)) {
+        (quint32(system.f_type) != TMPFS_MAGIC && quint32(system.f_type) != RAMFS_MAGIC)) {
         *error = m_dir + ": not a folder of its own on a RAM file system";
         return Failed;
     }

@@ -36,7 +36,16 @@ bool walk(int fd, const QByteArray& prefix, QList<QByteArray>* files, QByteArray
         *unsafe = prefix;
         return false;
     }
-    while (const dirent* entry = readdir(dir.get())) {
+    // A folder that cannot be read to its end is not a folder listed.
+    for (;;) {
+        errno = 0;
+        const dirent* entry = readdir(dir.get());
+        if (!entry) {
+            if (errno == 0)
+                break;
+            *unsafe = prefix;
+            return false;
+        }
         const QByteArray name(entry->d_name);
         if (name == "." || name == "..")
             continue;

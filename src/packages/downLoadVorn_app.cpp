@@ -2,6 +2,7 @@
 
 #include "def.h"
 #include "disk_room.h"
+#include "do_cmd.h"
 #include "file_copier.h"
 #include "link_safe.h"
 #include "multilingual_management.h"
@@ -382,12 +383,10 @@ bool downLoadVorn_app::creatLink()
 bool downLoadVorn_app::changeFileRight()
 {
     for (const QString& name : m_exeFiles) {
-        FILE* pipe = popen(("chmod a+x " + name).toUtf8().constData(), "r");
-        if (!pipe) {
+        if (DoCmd::run(("chmod a+x " + name).toUtf8().toStdString()) == -1) {
             emit emitMessage(kel::text(2047).arg(name), Qt::red);
             return false;
         }
-        pclose(pipe);
     }
     emit emitMessage(kel::text(2048).arg(QString()), Qt::black);
     return true;

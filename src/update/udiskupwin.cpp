@@ -4,6 +4,7 @@
 
 #include "clogger.h"
 #include "def.h"
+#include "do_cmd.h"
 #include "downLoadPro.h"
 #include "downLoadVorn_app.h"
 #include "file_operation_c.h"
@@ -343,8 +344,7 @@ void UDiskUpWin::startUpdate()
     progressValue += 1;
     PanelLibrary::instance().sync();
     setenv("LD_LIBRARY_PATH", kel::kVornAppDir, 1);
-    if (FILE* ldconfig = popen("ldconfig", "r"))
-        pclose(ldconfig);
+    DoCmd::run("ldconfig");
     PanelLibrary::instance().sync();
 
     if (!executeCMD()) {
@@ -728,10 +728,7 @@ namespace {
 // "ln -s" or "rm" on a service's unit file and its boot link; false when the shell fails.
 bool runServiceCommand(const QString& command, const char* pcloseFailure)
 {
-    FILE* pipe = popen(command.toUtf8().constData(), "r");
-    if (!pipe)
-        return false;
-    if (pclose(pipe) == -1) {
+    if (DoCmd::run(command.toUtf8().toStdString()) == -1) {
         perror(pcloseFailure);
         return false;
     }
@@ -795,13 +792,11 @@ bool UDiskUpWin::executeCMD()
     const QVariant* command = firstEntry(restartItems, kel::keys::kCommand);
     if (!command || command->toString().isEmpty())
         return true;
-    FILE* pipe = popen(command->toString().toUtf8().constData(), "r");
-    if (!pipe) {
+    if (DoCmd::run(command->toString().toUtf8().toStdString()) == -1) {
         emit emitMessage(kel::text(2105), Qt::red);
         return false;
     }
     emit emitMessage(kel::text(2106), Qt::black);
-    pclose(pipe);
     return true;
 }
 

@@ -113,7 +113,11 @@ void TestUDiskUpWin::runs_data()
                             "DESTPATH=/usr/vorn_app/a.conf\n";
     QTest::newRow("everything off still copies")
         << QStringList{"-s", "-nr"}
-        << QByteArray("[UPDATE]\nUPSYSTEM=false\n[RESTART]\nREBOOT=1\nBEEPNUM=2\n" + copy) << 100
+        << QByteArray(
+               "[UPDATE]\nUPSYSTEM=false\n[RESTART]\nREBOOT=1\nBEEPNUM=2\n"
+               "COMMAND=sleep 0.2 && echo migrating && echo ran > /usr/vorn_app/command.out\n" +
+               copy)
+        << 100
         << QStringList{kel::text(2080), kel::text(2182).arg("./a.conf.bak"), kel::text(2088),
                        kel::text(2098), kel::text(2099)};
     // Items not requested still count their progress steps.
@@ -151,6 +155,8 @@ void TestUDiskUpWin::runs()
     }
     // The pane and the log show paths in the runtime directory relative to it.
     QVERIFY(!(log() + pane().join('\n')).contains(kel::kVornAppDir));
+    // A command that prints before its work still does all of it.
+    QCOMPARE(fixture::readFile("/usr/vorn_app/command.out"), succeeds ? "ran\n" : QByteArray());
     if (succeeds) { // after the copy set's commit and after the delete set
         QVERIFY(syncedAfter.contains(kel::text(2182).arg("./a.conf.bak")));
         QVERIFY(syncedAfter.contains(kel::text(2089)));
