@@ -11,6 +11,11 @@
 // simulated panel does with a stick of the same tree.
 namespace trees {
 
+// Edits that are no text replacement: as the text of a triple, kRemove deletes the file and
+// kEncode saves it again in the encoding its replacement names ("UTF-16" or "Latin-1").
+inline const QString kRemove = QStringLiteral("\x01remove");
+inline const QString kEncode = QStringLiteral("\x01encode");
+
 // The sample tree without its delete record (a correct tree that verify finds nothing in),
 // copied to dir/tree and changed by edits: triples of file, text and replacement; an empty text
 // writes the file. The stick of an earlier case (dir/out) is removed.
@@ -30,6 +35,19 @@ inline QString tree(const QString& dir, const QStringList& edits = {})
         const QString path = tree + "/" + all[i];
         if (all[i + 1].isEmpty()) {
             fixture::writeFile(path, all[i + 2].toUtf8());
+            continue;
+        }
+        if (all[i + 1] == kRemove) {
+            QFile::remove(path);
+            continue;
+        }
+        if (all[i + 1] == kEncode) {
+            const QString text = QString::fromUtf8(fixture::readFile(path));
+            QByteArray bytes = text.toLatin1();
+            if (all[i + 2] == "UTF-16")
+                bytes = QByteArray("\xff\xfe") +
+                        QByteArray(reinterpret_cast<const char*>(text.utf16()), text.size() * 2);
+            fixture::writeFile(path, bytes);
             continue;
         }
         QString text = QString::fromUtf8(fixture::readFile(path));
@@ -210,6 +228,66 @@ inline void addMistakes()
         {"src_path without /", QStringList{"vorn_app/update.ini", "src_path=./", "src_path=."},
          "error", "vorn_app/update.ini", 9, "FILE1", "src_path", "must end with \"/\"",
          "src_path=./", 1, 1, failed, ""},
+        // What one step installs, a later one takes away.
+        {"folder deleted after a copy filled it",
+         QStringList{"update.ini", "[EXEFILE]",
+                     "[DELFILE]\nDELFILENUM=1\n\n[DELFILE1]\nSRCPATH=/usr/vorn_app/config\n"
+                     "MODE=2\nAUTHORITY=1\nPRIORITY=1\n\n[EXEFILE]"},
+         "error", "update.ini", 39, "DELFILE1", "",
+         "/usr/vorn_app/config/panel.conf, installed by update.ini [COPYFILE1], is removed by "
+         "update.ini [DELFILE1]",
+         "keep update.ini [DELFILE1] away", 1, 1, ok, "removed  /usr/vorn_app/config/panel.conf"},
+        {"system file in the folder the project replaces",
+         QStringList{"system/update.ini", "DESTPATH=/usr/vorn_app/etc/time.conf",
+                     "DESTPATH=/usr/vorn_app/project/time.conf"},
+         "error", "project/project.ini", 0, "", "",
+         "installed by system/update.ini [COPYFILE2], is removed by project/project.ini",
+         "or leave the copy out", 1, 1, ok, "!/usr/vorn_app/project/time.conf"},
+        {"two libraries with one short name",
+         QStringList{"vorn_app/libvornui.so.1.debug", "", "debug symbols\n"}, "error",
+         "vorn_app/update.ini", 7, "FILE1", "file_name", "both get the short name libvornui.so.1",
+         "ship only one file", 1, 1, ok,
+         // The debug file's bytes under the library's name.
+         "replaced /usr/vorn_app/libvornui.so.1 \\(644 29ff7990cc3ba013"},
+        // The runtime cannot start afterwards.
+        {"runtime package without the runtime program",
+         QStringList{"vorn_app/vorn_app", kRemove, "", "vorn_app/update.ini",
+                     "file_num=2\n\n[EXE1]\nfile_name=vorn_app\n\n[EXE2]", "file_num=1\n\n[EXE1]"},
+         "error", "vorn_app/update.ini", 6, "FILE1", "",
+         "the runtime program /usr/vorn_app/vorn_app is gone at the end",
+         "install the runtime program", 1, 1, ok, "removed  /usr/vorn_app/vorn_app"},
+        {"runtime subfolder no record installs",
+         QStringList{"vorn_app/lib/libplc.so.2", "", "plc library\n"}, "error",
+         "vorn_app/update.ini", 4, "UPDATEINFO", "file_num",
+         "lib/libplc.so.2 of vorn_app/ is installed by no record",
+         "src_path=./lib/ des_path=/usr/vorn_app/lib/", 1, 1, ok, "!/usr/vorn_app/lib/"},
+        {"AUTOSTOP of the runtime's own unit",
+         QStringList{"update.ini", "AUTOSTART=kellogger", "AUTOSTART=kellogger\nAUTOSTOP=vorn_app"},
+         "error", "update.ini", 44, "RESTART", "AUTOSTOP",
+         "usr_vorn_app.service starts the HMI runtime at boot", "leave the runtime's own unit", 1,
+         1, ok, "removed  /etc/systemd/system/usr_vorn_app.service"},
+        // Texts other programs read, and texts in another encoding.
+        {"report markers translated",
+         QStringList{"kelpack.ini", "tool_language=0", "tool_language=3\nlanguages=lans",
+                     "lans/0003.lan", "",
+                     "[2055]\nstring = \"[FAILED]\\n\"\n\n[2059]\nstring = \"[SUCCESS]\"\n"},
+         "error", "lans/0003.lan", 0, "2059", "string",
+         "translates the report marker \"[成功]\" as \"[SUCCESS]\"", "leave [2059] out", 1, 1,
+         "[SUCCESS]", ""},
+        {"COMMAND that writes a relative path",
+         QStringList{"update.ini", command, "COMMAND=\"echo ran > config/command.out\""}, "warning",
+         "update.ini", 44, "RESTART", "COMMAND",
+         "runs in the package folder on the stick (update/), not in /usr/vorn_app",
+         "/usr/vorn_app/config/command.out", 0, 1, ok, "!/usr/vorn_app/config/command.out"},
+        {"project manifest in UTF-16", QStringList{"project/project.ini", kEncode, "UTF-16"},
+         "error", "project/project.ini", 0, "", "", "is saved as UTF-16",
+         "iconv -f UTF-16 -t UTF-8", 1, 1, ok, "removed  /usr/vorn_app/project/main.pro"},
+        {"project file name in Latin-1",
+         QStringList{"project/main.pro", kRemove, "", "project/m\u00e4in.pro", "", "[project]\n",
+                     "project/project.ini", "NAME=main.pro", "NAME=m\u00e4in.pro",
+                     "project/project.ini", kEncode, "Latin-1"},
+         "error", "project/project.ini", 6, "", "", "is not UTF-8 (Latin-1 or Windows-1252?)",
+         "iconv -f LATIN1 -t UTF-8", 1, 1, failed, ""},
     };
     for (const Mistake& m : mistakes)
         QTest::newRow(m.name) << m.edits << m.severity << m.file << m.line << m.section << m.key

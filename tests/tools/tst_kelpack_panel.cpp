@@ -3,6 +3,9 @@
 #include "sandbox.h"
 
 #include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
@@ -24,6 +27,9 @@ private slots:
     void starterTreeUpdatesThePanel();
 
 private:
+    // The plan's end state of the stick's package on a freshly seeded panel against the changes
+    // a simulated run of it listed.
+    void comparePlan(const QString& package, const QString& simulated);
     // Runs kelsim on stick runs times on one fresh panel, quiet with -s -nr, with simulator
     // options and environment entries; the last run's exit status and output.
     int simulate(const QString& stick, int runs, QString* out, const QStringList& simOptions = {},
@@ -82,6 +88,43 @@ void TestKelpackPanel::panelConfirms()
         QVERIFY2(!out.contains(QRegularExpression(evidence.mid(1))), qPrintable(out));
     else
         QVERIFY2(out.contains(QRegularExpression(evidence)), qPrintable(out));
+    // A whole run does to the panel's files exactly what the plan says.
+    if (runs == 1 && status == 0)
+        comparePlan(dir + "/out/update", out);
+}
+
+void TestKelpackPanel::comparePlan(const QString& package, const QString& simulated)
+{
+    const QString panel = dir + "/seeded";
+    QDir(panel).removeRecursively();
+    QCOMPARE(
+        fixture::run("/bin/sh", {QStringLiteral(KEL_SOURCE_DIR) + "/sim/seed-panel.sh", panel}), 0);
+    QByteArray json;
+    QCOMPARE(kelpack({"plan", package, "--panel", panel, "--json"}, &json), 0);
+    const QJsonObject end = QJsonDocument::fromJson(json).object().value("end").toObject();
+    QStringList planned;
+    for (const char* change : {"added", "replaced", "removed"}) {
+        for (const QJsonValue& path : end.value(change).toArray())
+            planned << QString("%1 %2").arg(change, path.toString());
+    }
+    // What the program itself writes (its scratch, the loader's cache), the boot links, the
+    // command's own output and what mistaken records write onto the stick are not files the
+    // plan installs.
+    static const QRegularExpression change("^(added|replaced|removed) +(\\S+)");
+    static const QRegularExpression notPlanned(
+        "^/(tmp|var|media)/|/multi-user\\.target\\.wants/|/command\\.out$");
+    QStringList seen;
+    for (const QString& line : (fixture::section(simulated, "panel changes") +
+                                fixture::section(simulated, "changes elsewhere"))
+                                   .split('\n', Qt::SkipEmptyParts)) {
+        const QRegularExpressionMatch m = change.match(line);
+        if (!m.hasMatch() || m.captured(2).contains(notPlanned))
+            continue;
+        seen << m.captured(1) + " " + m.captured(2);
+    }
+    planned.sort();
+    seen.sort();
+    QCOMPARE(planned, seen);
 }
 
 void TestKelpackPanel::starterTreeUpdatesThePanel()

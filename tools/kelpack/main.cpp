@@ -11,6 +11,8 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QMap>
 #include <QTemporaryDir>
 #include <QTextStream>
@@ -24,7 +26,8 @@ const char kUsage[] =
     "                     [--sign SECRET_KEY] [--despite-errors]\n"
     "       kelpack verify PACKAGE_TREE|STICK_PACKAGE_DIR [--json] [--keys PUBLIC_KEY_DIR]\n"
     "       kelpack verify IMAGE.swu --cms-cert CERT [--json] [--keys PUBLIC_KEY_DIR]\n"
-    "       kelpack info PACKAGE_TREE|STICK_PACKAGE_DIR [--json]\n"
+    "       kelpack plan PACKAGE_TREE|STICK_PACKAGE_DIR [--panel DIR|LISTING] [--json]\n"
+    "       kelpack info PACKAGE_TREE|STICK_PACKAGE_DIR [--json]   (the same as plan)\n"
     "       kelpack scramble PLAIN_INI SCRAMBLED_INI\n"
     "       kelpack unscramble SCRAMBLED_INI PLAIN_INI\n"
     "       kelpack crc FILE...   (prints: upper-case CRC, lower-case CRC, size, file)\n"
@@ -34,7 +37,9 @@ const char kUsage[] =
     "       kelpack swu STICK OUT.swu --cms-key KEY --cms-cert CERT [--force]\n"
     "       kelpack --help | --version\n"
     "\n"
-    "init writes a commented starter tree. verify predicts what the panel meets: errors fail\n"
+    "init writes a commented starter tree. plan prints every step the panel takes and what it\n"
+    "adds, replaces and removes there; --panel names a copy of a panel's root folder, or a file\n"
+    "listing its paths, to tell the two apart. verify predicts what the panel meets: errors fail\n"
     "or harm every panel, warnings depend on the panel. build checks the same and writes a new\n"
     "stick into OUTDIR only without errors; OUTDIR must be new or empty, --force replaces only\n"
     "the stick's own entries there (the package folder, language/, config/, qws/).\n"
@@ -60,6 +65,19 @@ int fail(const QString& error)
 {
     fprintf(stderr, "kelpack: %s\n", error.toUtf8().constData());
     return 1;
+}
+
+// A fatal error of a command asked for JSON: still one JSON object on standard output.
+int fail(const QString& error, bool json, const QString& package)
+{
+    if (json)
+        fputs(QJsonDocument(QJsonObject{{"package", QDir(package).absolutePath()},
+                                        {"ok", false},
+                                        {"error", error}})
+                  .toJson()
+                  .constData(),
+              stdout);
+    return fail(error);
 }
 
 // A command's words: its positional arguments, its flags and its options with a value.
@@ -112,8 +130,13 @@ int build(const Arguments& args)
 // Checks a package tree (built into a scratch folder first) or a stick's package folder, with
 // the panels' public keys when given; signing receives what the stick manifest says.
 bool check(const QString& path, const QString& keysDir, VerifyReport* report, QString* error,
-           QString* signing = nullptr)
+           QString* signing = nullptr, const QString& panel = QString())
 {
+    if (!QFileInfo(path).isDir()) {
+        *error = path + (QFileInfo::exists(path) ? ": is not a folder" : ": no such folder") +
+                 ": name a package tree (with kelpack.ini) or a stick's package folder";
+        return false;
+    }
     const bool tree = QFileInfo(path + "/" + recipe::kFile).isFile();
     QTemporaryDir scratch;
     QString package = path;
@@ -124,6 +147,8 @@ bool check(const QString& path, const QString& keysDir, VerifyReport* report, QS
     }
     PackageVerifier verifier(package, tree ? path : QString());
     verifier.setTrustedKeys(keysDir);
+    if (!panel.isEmpty() && !verifier.setPanel(panel, error))
+        return false;
     verifier.setSignatureAudited(!tree);
     verifier.verify();
     *report = verifier.report();
@@ -137,6 +162,7 @@ int verify(const Arguments& args)
     if (args.positional.size() != 1)
         return usageError("verify needs PACKAGE_TREE, STICK_PACKAGE_DIR or IMAGE.swu");
     QString target = args.positional[0];
+    const bool json = args.options.contains("--json");
     const bool image = target.endsWith(".swu") && QFileInfo(target).isFile();
     if (image != args.options.contains("--cms-cert"))
         return usageError(image ? "verify of an .swu needs --cms-cert CERT"
@@ -147,18 +173,18 @@ int verify(const Arguments& args)
         QDir().mkpath(stick);
         SwuVerifier swu(target, args.options.value("--cms-cert"));
         if (!swu.verify(stick))
-            return fail(swu.error());
-        fputs(swu.summary().toUtf8().constData(),
-              args.options.contains("--json") ? stderr : stdout);
+            return fail(swu.error(), json, target);
+        fputs(swu.summary().toUtf8().constData(), json ? stderr : stdout);
         const QString folder = SwuWriter::packageFolder(stick);
         if (folder.isEmpty())
-            return fail(target + ": the stick inside has no package folder with kelloadui.bin");
+            return fail(target + ": the stick inside has no package folder with kelloadui.bin",
+                        json, target);
         target = stick + "/" + folder;
     }
     VerifyReport report;
     QString error;
     if (!check(target, args.options.value("--keys"), &report, &error))
-        return fail(error);
+        return fail(error, json, target);
     const QString package = QDir(target).absolutePath();
     if (args.options.contains("--json")) {
         fputs(report.json(package).toUtf8().constData(), stdout);
@@ -175,17 +201,19 @@ int verify(const Arguments& args)
     return report.hasErrors() ? 1 : 0;
 }
 
-int info(const Arguments& args)
+// info and plan: the steps the panel will take.
+int info(const QString& command, const Arguments& args)
 {
     if (args.positional.size() != 1)
-        return usageError("info needs PACKAGE_TREE or STICK_PACKAGE_DIR");
+        return usageError(command + " needs PACKAGE_TREE or STICK_PACKAGE_DIR");
     VerifyReport report;
     QString error;
     QString signing;
-    if (!check(args.positional[0], QString(), &report, &error, &signing))
-        return fail(error);
-    const QString package = QDir(args.positional[0]).absolutePath();
     const bool json = args.options.contains("--json");
+    if (!check(args.positional[0], QString(), &report, &error, &signing,
+               args.options.value("--panel")))
+        return fail(error, json, args.positional[0]);
+    const QString package = QDir(args.positional[0]).absolutePath();
     fputs(
         (json ? report.planJson(package) : report.planText(package) + signing).toUtf8().constData(),
         stdout);
@@ -273,8 +301,8 @@ int main(int argc, char** argv)
         args = parse(rest, {"--json"}, {"--keys", "--cms-cert"});
     else if (command == "swu")
         args = parse(rest, {"--force"}, {"--cms-key", "--cms-cert"});
-    else if (command == "info")
-        args = parse(rest, {"--json"}, {});
+    else if (command == "info" || command == "plan")
+        args = parse(rest, {"--json"}, {"--panel"});
     else if (command == "keygen" || command == "sign")
         return PackageSigner::run(words);
     else if (command == "init" || command == "scramble" || command == "unscramble" ||
@@ -288,8 +316,8 @@ int main(int argc, char** argv)
         return build(args);
     if (command == "verify")
         return verify(args);
-    if (command == "info")
-        return info(args);
+    if (command == "info" || command == "plan")
+        return info(command, args);
     if (command == "swu")
         return swu(args);
     if (command == "init")

@@ -3,6 +3,7 @@
 #include "def.h"
 #include "downLoadPro.h"
 #include "downLoadVorn_app.h"
+#include "end_state_check.h"
 #include "file_copier.h"
 #include "file_operation_c.h"
 #include "generateconfiginfo.h"
@@ -14,6 +15,7 @@
 #include "stick_builder.h"
 #include "stick_manifest.h"
 #include "stick_sources.h"
+#include "text_encoding.h"
 #include "utf8_text.h"
 
 #include <QCryptographicHash>
@@ -171,7 +173,96 @@ void PackageVerifier::add(bool error, const QString& file, const QString& sectio
 void PackageVerifier::step(const QString& action, const QString& target, const QString& source,
                            const QString& detail)
 {
-    m_report.addStep({m_phase, action, target, source, detail});
+    QString change;
+    if (action.startsWith("copy") && !target.isEmpty())
+        change = changeOf(target);
+    else if (action.startsWith("delete") || action.startsWith("remove"))
+        change = "removes";
+    else if (action == "replace folder")
+        change = "replaces";
+    m_report.addStep({m_phase, action, target, source, detail, change});
+}
+
+QString PackageVerifier::changeOf(const QString& path) const
+{
+    switch (m_panel.file(path).state) {
+    case PanelModel::Present:
+        return "replaces";
+    case PanelModel::Absent:
+        return "adds";
+    case PanelModel::Unknown:
+        break;
+    }
+    if (!m_panelGiven)
+        return "adds or replaces";
+    return m_panelFiles.contains(PanelModel::clean(path)) ? "replaces" : "adds";
+}
+
+bool PackageVerifier::setPanel(const QString& copyOrListing, QString* error)
+{
+    const QFileInfo given(copyOrListing);
+    m_panelFiles.clear();
+    if (given.isDir()) {
+        const QString root = given.absoluteFilePath();
+        QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot | QDir::System,
+                        QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            const QString path = it.next().mid(root.size());
+            m_panelFiles.insert(path);
+            if (it.fileInfo().isDir() && !it.fileInfo().isSymLink())
+                m_panelDirs.insert(path);
+        }
+    } else if (given.isFile()) {
+        QFile listing(copyOrListing);
+        if (!listing.open(QIODevice::ReadOnly)) {
+            *error = copyOrListing + ": cannot be read";
+            return false;
+        }
+        // A listing names a folder by the entries below it, or with a trailing "/".
+        for (const QByteArray& line : listing.readAll().split('\n')) {
+            const QString path = QString::fromUtf8(line).trimmed();
+            if (!path.startsWith('/'))
+                continue;
+            m_panelFiles.insert(PanelModel::clean(path));
+            if (path.endsWith('/'))
+                m_panelDirs.insert(PanelModel::clean(path));
+            for (QString dir = PanelModel::clean(path).section('/', 0, -2); !dir.isEmpty();
+                 dir = dir.section('/', 0, -2))
+                m_panelDirs.insert(dir);
+        }
+    } else {
+        *error = copyOrListing + ": no such folder or listing: name a copy of the panel's root "
+                                 "folder, or a file listing its paths (find / -xdev > panel.txt)";
+        return false;
+    }
+    m_panelGiven = true;
+    return true;
+}
+
+void PackageVerifier::summarizeEndState()
+{
+    VerifyReport::EndState end;
+    end.installed = m_panel.present();
+    if (m_panelGiven) {
+        for (const QString& path : end.installed)
+            (m_panelFiles.contains(path) ? end.replaced : end.added) << path;
+        for (const QString& path : m_panelFiles) {
+            if (!m_panelDirs.contains(path) && m_panel.file(path).state == PanelModel::Absent)
+                end.removed << path;
+        }
+        end.removed.sort();
+    }
+    end.summary = QString("%1 files installed").arg(end.installed.size());
+    if (m_panelGiven)
+        end.summary += QString(" (%1 new, %2 replaced), %3 of the panel's files removed")
+                           .arg(end.added.size())
+                           .arg(end.replaced.size())
+                           .arg(end.removed.size());
+    const PanelModel::File program = m_panel.file(kel::kVornAppProgram);
+    end.summary += program.state == PanelModel::Absent    ? "; the runtime program is gone"
+                   : program.state == PanelModel::Present ? "; the runtime program is the package's"
+                                                          : "; the runtime program stays as it was";
+    m_report.setEndState(end);
 }
 
 const ManifestText* PackageVerifier::text(const QString& file)
@@ -232,9 +323,37 @@ void PackageVerifier::lintAll()
                      {"project/project.ini", ManifestLint::ProjectManifest},
                      {recipe::kFile, ManifestLint::Recipe}};
     for (const auto& manifest : manifests) {
+        if (!checkEncoding(manifest.file))
+            continue;
         if (const ManifestText* plain = text(manifest.file))
             ManifestLint(manifest.kind, manifest.file, !m_tree.isEmpty(), &m_report).check(*plain);
     }
+}
+
+bool PackageVerifier::checkEncoding(const QString& file)
+{
+    // A stick's scrambled manifests were checked as the tree they were built from.
+    if (m_tree.isEmpty() && file.endsWith(kRootManifest))
+        return true;
+    QFile plain((m_tree.isEmpty() ? m_dir : m_tree) + "/" + file);
+    if (!plain.open(QIODevice::ReadOnly))
+        return true;
+    const TextEncoding encoding(plain.readAll());
+    if (encoding.kind() == TextEncoding::Utf8)
+        return true;
+    const bool error = encoding.kind() == TextEncoding::Utf16 ||
+                       (encoding.kind() == TextEncoding::EightBit && !encoding.onlyInComments());
+    VerifyReport::Finding finding;
+    finding.error = error;
+    finding.file = file;
+    finding.line = encoding.firstBadLine();
+    finding.problem = encoding.problem();
+    finding.fix = encoding.kind() == TextEncoding::Utf8WithMark
+                      ? QString("save it as UTF-8 without a byte order mark")
+                      : QString("save it as UTF-8 (iconv -f %1 -t UTF-8)")
+                            .arg(encoding.kind() == TextEncoding::Utf16 ? "UTF-16" : "LATIN1");
+    m_report.add(finding);
+    return encoding.kind() != TextEncoding::Utf16;
 }
 
 void PackageVerifier::verify()
@@ -243,6 +362,7 @@ void PackageVerifier::verify()
     m_scratch = scratch.path();
     QSettingsFactory::setScratchPath(m_scratch + "/opened.ini");
     lintAll();
+    checkLanguages();
     checkSources();
     if (m_tree.isEmpty() && QFileInfo::exists(m_dir + "/" + kel::kProgramName))
         checkProgramArch();
@@ -281,6 +401,8 @@ void PackageVerifier::verify()
     walkOperations(".", kRootManifest);
     walkServices(root);
     walkCommand(root);
+    checkEndState();
+    summarizeEndState();
     checkItemFolders(root);
     QDir::setCurrent(back);
     if (m_tree.isEmpty() && !QFileInfo::exists(m_dir + "/" + kel::kProgramName))
@@ -301,6 +423,52 @@ void PackageVerifier::verifySources()
     QTemporaryDir scratch;
     m_scratch = scratch.path();
     checkSources();
+}
+
+void PackageVerifier::checkLanguages()
+{
+    // The report's first line is read by programs (the gate, the simulator, the fleet handler).
+    const int markers[] = {2055, 2059};
+    QSettings builtIn(kel::kDefaultLanguageFile, QSettings::IniFormat);
+    kel::useUtf8Ini(builtIn);
+    const QDir languages(QFileInfo(m_dir).path() + "/language");
+    // In a tree, the file the stick's language file was copied from.
+    QSettings recipe(m_tree + "/" + recipe::kFile, QSettings::IniFormat);
+    kel::useUtf8Ini(recipe);
+    const QString folder =
+        recipe.value(QString(recipe::kStick) + "/" + recipe::kLanguages).toString();
+    const QString single =
+        recipe.value(QString(recipe::kLanguage) + "/" + recipe::kLanguageFile).toString();
+    for (const QString& name : languages.entryList({"*.lan"}, QDir::Files, QDir::Name)) {
+        QString file = "language/" + name;
+        if (!m_tree.isEmpty() && QFileInfo(m_tree + "/" + folder + "/" + name).isFile())
+            file = QDir::cleanPath(folder + "/" + name);
+        else if (!m_tree.isEmpty() && QFileInfo(m_tree + "/" + single).isFile())
+            file = QDir::cleanPath(single);
+        QFile bytes(languages.filePath(name));
+        if (bytes.open(QIODevice::ReadOnly)) {
+            const TextEncoding encoding(bytes.readAll());
+            if (encoding.kind() == TextEncoding::Utf16 || encoding.kind() == TextEncoding::EightBit)
+                add(!encoding.onlyInComments() || encoding.kind() == TextEncoding::Utf16, file,
+                    QString(), QString(), encoding.problem(), "save it as UTF-8");
+        }
+        QSettings texts(languages.filePath(name), QSettings::IniFormat);
+        kel::useUtf8Ini(texts);
+        for (int id : markers) {
+            const QString key = QString::number(id) + "/string";
+            const QString wanted = builtIn.value(key).toString();
+            if (!texts.contains(key) || texts.value(key).toString() == wanted)
+                continue;
+            add(true, file, QString::number(id), "string",
+                QString("translates the report marker \"%1\" as \"%2\": the panel's report "
+                        "then no longer reads as a result, and the gate, the simulator and the "
+                        "fleet handler take every run for a failure")
+                    .arg(wanted.trimmed(), texts.value(key).toString().trimmed()),
+                QString("leave [%1] out of the language file, or keep string = \"%2\"")
+                    .arg(id)
+                    .arg(QString(wanted).replace("\n", "\\n")));
+        }
+    }
 }
 
 void PackageVerifier::checkSources()
@@ -751,12 +919,21 @@ void PackageVerifier::walkRuntime()
         }
     }
     checkInstalledRuntime(runtime.versionFile());
+    checkUnshippedRuntime(file, runtime.versionFile());
     // Versioned libraries get their short names; then the listed files are made executable.
+    QMap<QString, QString> shortened; // short name -> the file renamed to it
     for (const QString& path : m_panel.presentIn(vornDir)) {
         const QString name = QFileInfo(path).fileName();
         const QString shortName = name.section('.', 0, 2);
         if (name.contains(".so.") && shortName != name) {
             step("rename", vornDir + name, QString(), "to " + shortName);
+            if (shortened.contains(shortName))
+                add(true, file, m_panel.file(path).by.section('[', 1).section(']', 0, 0), kFileName,
+                    QString("%1 and %2 both get the short name %3: one rename replaces the "
+                            "other's file, so the panel may keep the wrong one as %3")
+                        .arg(shortened.value(shortName), name, shortName),
+                    "ship only one file whose name begins with " + shortName);
+            shortened.insert(shortName, name);
             m_panel.rename(path, vornDir + shortName, file + " (short library names)");
         }
     }
@@ -870,6 +1047,42 @@ void PackageVerifier::checkInstalledRuntime(const QString& versionFile)
             QString(kDesPath) + "=" + vornDir +
                 (listed.contains('/') ? listed.section('/', 0, -2) + "/" : QString()) +
                 ", the folder under " + kel::kVornAppDir + " that mirrors src_path");
+    }
+}
+
+void PackageVerifier::checkUnshippedRuntime(const QString& file, const QString& versionFile)
+{
+    QSet<QString> installed;
+    for (const PanelModel::Installed& copy : m_panel.installed())
+        installed.insert(QDir::cleanPath(copy.source));
+    const QString package = m_dir + "/" + kRuntimeFolder;
+    QDirIterator it(package, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    QMap<QString, QStringList> left; // folder of the package -> files no record installs
+    while (it.hasNext()) {
+        const QString path = QDir::cleanPath(it.next());
+        const QString relative = QDir(package).relativeFilePath(path);
+        if (!installed.contains(path) && relative != kRootManifest && relative != versionFile)
+            left[QFileInfo(relative).path()] << relative;
+    }
+    for (auto folder = left.constBegin(); folder != left.constEnd(); ++folder) {
+        bool needed = false;
+        for (const QString& relative : folder.value())
+            needed = needed || relative.contains(".so") ||
+                     isExecutable(package + "/" + relative, relative);
+        const QString where = folder.key() == "." ? QString("./") : "./" + folder.key() + "/";
+        add(needed, file, kUpdateInfo, kFileNum,
+            QString("%1 of vorn_app/%2 %3 installed by no record%4")
+                .arg(folder.value().first(),
+                     folder.value().size() > 1
+                         ? QString(" (and %1 more files)").arg(folder.value().size() - 1)
+                         : QString(),
+                     folder.value().size() > 1 ? "are" : "is",
+                     needed ? QString(": the runtime starts without the libraries and programs "
+                                      "the package ships")
+                            : QString(": the panel never gets it")),
+            QString("a record %1=* %2=%3 %4=%5/%6")
+                .arg(kFileName, kSrcPathRuntime, where, kDesPath, kel::kVornAppDir,
+                     folder.key() == "." ? QString() : folder.key() + "/"));
     }
 }
 
@@ -1016,6 +1229,10 @@ void PackageVerifier::walkServices(GenerateConfigInfo& root)
             }
             const QString unit = unitFile(name);
             step(start ? "enable boot service" : "remove boot service (unit and link)", unit);
+            if (!start && unit == EndStateCheck::runtimeUnit()) {
+                m_panel.remove(unit, kRootManifest + QString(" [RESTART] AUTOSTOP"));
+                continue;
+            }
             const PanelModel::File state = m_panel.file(unit);
             if (state.state == PanelModel::Absent)
                 add(true, kRootManifest, kRestart, key,
@@ -1055,6 +1272,7 @@ void PackageVerifier::walkCommand(GenerateConfigInfo& root)
         bool direct = false;
         for (const QString& path : commandFiles(command, &direct))
             checkCommandFile(path, direct);
+        checkCommandPaths(command);
     }
     const VariantTable restart = root.getReStartInfo();
     const QStringList reboot = entries(restart, kReboot);
@@ -1065,6 +1283,34 @@ void PackageVerifier::walkCommand(GenerateConfigInfo& root)
         step(
             "beep and restart after 10 s", QString(), QString(),
             QString("%1 beeps, interactive runs").arg(beeps.isEmpty() ? 0 : beeps.first().toInt()));
+}
+
+void PackageVerifier::checkCommandPaths(const QString& command)
+{
+    // Words that name a path, and the targets of redirections, relative to the working folder.
+    static const QRegularExpression word("(?:^|\\s)(?:\\d?[<>]+\\s*)?([^\\s;&|<>()\"']+)");
+    QStringList relative;
+    QRegularExpressionMatchIterator words = word.globalMatch(command);
+    while (words.hasNext()) {
+        const QRegularExpressionMatch match = words.next();
+        const QString path = match.captured(1);
+        const bool target = match.captured(0).contains(QRegularExpression("[<>]"));
+        if (path.startsWith('/') || path.startsWith('-') || path.contains("://") ||
+            path.startsWith('$') || (!path.contains('/') && !target) ||
+            QFileInfo(m_dir + "/" + path).exists())
+            continue;
+        relative << path;
+    }
+    if (relative.isEmpty())
+        return;
+    const QString folder = QFileInfo(m_dir).fileName();
+    add(false, kRootManifest, kRestart, kCommand,
+        QString("runs in the package folder on the stick (%1/), not in %2: \"%3\" %4 "
+                "there, and what the command writes stays on the stick")
+            .arg(folder, kel::kVornAppDir, relative.join("\", \""),
+                 relative.size() > 1 ? "name paths" : "names a path"),
+        QString("absolute paths on the panel, such as %1/%2")
+            .arg(kel::kVornAppDir, QDir::cleanPath(relative.first())));
 }
 
 void PackageVerifier::checkCommandFile(const QString& path, bool direct)
@@ -1130,6 +1376,17 @@ void PackageVerifier::checkCommandFile(const QString& path, bool direct)
             path + ": the shell cannot parse the script (" +
                 QString::fromLocal8Bit(shell.readAllStandardError()).simplified() + ")",
             "a script that \"sh -n\" accepts");
+}
+
+void PackageVerifier::checkEndState()
+{
+    // Records are named as "file [SECTION] KEY" or "file (what)".
+    static const QRegularExpression record("^(\\S+)(?: \\[([^\\]]+)\\](?: (\\S+))?)?");
+    EndStateCheck(m_panel).run(
+        [this](bool error, const QString& by, const QString& problem, const QString& fix) {
+            const QRegularExpressionMatch parts = record.match(by);
+            add(error, parts.captured(1), parts.captured(2), parts.captured(3), problem, fix);
+        });
 }
 
 void PackageVerifier::checkItemFolders(GenerateConfigInfo& root)

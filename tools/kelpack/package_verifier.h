@@ -28,6 +28,9 @@ public:
     void setTrustedKeys(const QString& keysDir) { m_keysDir = keysDir; }
     // A tree checked before it is built has no signature yet: leave the stick manifest out.
     void setSignatureAudited(bool audited) { m_signatureAudited = audited; }
+    // The panel the plan is applied to: a copy of its root folder, or a listing of its files
+    // (one absolute path a line). Without one, whatever the package does not decide is unknown.
+    bool setPanel(const QString& copyOrListing, QString* error);
     void verify();
     // Only the check that every source the manifests name lies in the folders the stick manifest
     // covers: what signing refuses.
@@ -61,7 +64,11 @@ private:
     QString stickPath(const QString& folder, const QString& relative) const;
 
     void lintAll();
+    // Names an encoding other than UTF-8; false when the file cannot be read as text at all.
+    bool checkEncoding(const QString& file);
     void checkSources();
+    // Language files: UTF-8, and the report markers as the program writes them.
+    void checkLanguages();
     void walkPrepare(GenerateConfigInfo& root);
     void walkOperations(const QString& folder, const QString& file);
     void walkCopies(const QString& folder, const QString& file, QSettings& manifest);
@@ -69,10 +76,16 @@ private:
     void walkGrants(const QString& file, QSettings& manifest);
     void walkRuntime();
     void checkInstalledRuntime(const QString& versionFile);
+    // Files of the runtime package that no record installs.
+    void checkUnshippedRuntime(const QString& file, const QString& versionFile);
     void walkProject();
     void walkServices(GenerateConfigInfo& root);
     void walkCommand(GenerateConfigInfo& root);
+    // Relative paths in the command, which the shell resolves in the package folder.
+    void checkCommandPaths(const QString& command);
     void checkCommandFile(const QString& path, bool runDirectly);
+    // Rules over the panel the whole package leaves.
+    void checkEndState();
     void checkItemFolders(GenerateConfigInfo& root);
     // The stick's program against the processor the stick was built for.
     void checkProgramArch();
@@ -85,8 +98,15 @@ private:
     int m_opened = 0;
     QString m_phase;
     PanelModel m_panel;
-    QSet<QString> m_granted; // panel paths made executable so far
-    QSet<QString> m_outside; // "file [SECTION]" of records with a source checkSources refused
+    // Whether a step adds or replaces what it writes there.
+    QString changeOf(const QString& path) const;
+    void summarizeEndState();
+
+    bool m_panelGiven = false;
+    QSet<QString> m_panelFiles; // the given panel's files and folders
+    QSet<QString> m_panelDirs;  // its folders alone
+    QSet<QString> m_granted;    // panel paths made executable so far
+    QSet<QString> m_outside;    // "file [SECTION]" of records with a source checkSources refused
     QMap<QString, ManifestText> m_texts;
     VerifyReport m_report;
 };

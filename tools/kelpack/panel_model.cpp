@@ -10,13 +10,14 @@ QString PanelModel::clean(const QString& path)
 void PanelModel::install(const QString& path, const QString& source, const QString& by)
 {
     const QString at = clean(path);
-    m_files.insert(at, {++m_order, {Present, source, by}});
+    m_files.insert(at, {++m_order, {Present, source, by, Swept}});
+    m_installed.append({at, source, by});
     makeDir(at.section('/', 0, -2));
 }
 
-void PanelModel::remove(const QString& path, const QString& by)
+void PanelModel::remove(const QString& path, const QString& by, Removal removal)
 {
-    m_files.insert(clean(path), {++m_order, {Absent, QString(), by}});
+    m_files.insert(clean(path), {++m_order, {Absent, QString(), by, removal}});
 }
 
 void PanelModel::removeTree(const QString& dir, const QString& by)
@@ -42,9 +43,12 @@ void PanelModel::makeDir(const QString& dir)
 void PanelModel::rename(const QString& from, const QString& to, const QString& by)
 {
     const File moved = file(from);
-    remove(from, by);
-    if (moved.state == Present)
-        install(to, moved.source, by);
+    remove(from, by, Moved);
+    if (moved.state != Present)
+        return;
+    // Arrived by a move: the file itself was installed, and is checked, under its first name.
+    const QString at = clean(to);
+    m_files.insert(at, {++m_order, {Present, moved.source, by, Moved}});
 }
 
 PanelModel::File PanelModel::file(const QString& path) const
@@ -64,7 +68,7 @@ PanelModel::File PanelModel::file(const QString& path) const
                       : (parent == rule.dir && !(rule.keep && rule.keep(at.section('/', -1))));
         if (applies && rule.order > order) {
             order = rule.order;
-            result = {Absent, QString(), rule.by};
+            result = {Absent, QString(), rule.by, Swept};
         }
     }
     return result;
@@ -93,4 +97,14 @@ QStringList PanelModel::presentIn(const QString& dir) const
             names << it.key();
     }
     return names;
+}
+
+QStringList PanelModel::present() const
+{
+    QStringList paths;
+    for (auto it = m_files.constBegin(); it != m_files.constEnd(); ++it) {
+        if (file(it.key()).state == Present)
+            paths << it.key();
+    }
+    return paths;
 }

@@ -20,15 +20,31 @@ public:
         Absent
     };
 
+    // Why a file is gone: a record that names it, one that removes what lies around it, or a
+    // rename that carried it to another name.
+    enum Removal
+    {
+        Named,
+        Swept,
+        Moved
+    };
+
     struct File
     {
         State state = Unknown;
-        QString source; // the stick file it came from, for Present
-        QString by;     // the record that put it there or removed it
+        QString source;          // the stick file it came from, for Present
+        QString by;              // the record that put it there or removed it
+        Removal removal = Swept; // for Present: Moved when a rename put it there
+    };
+
+    // One file a step put in place, in the order of the steps.
+    struct Installed
+    {
+        QString path, source, by;
     };
 
     void install(const QString& path, const QString& source, const QString& by);
-    void remove(const QString& path, const QString& by);
+    void remove(const QString& path, const QString& by, Removal removal = Named);
     // Everything at and under dir is gone.
     void removeTree(const QString& dir, const QString& by);
     // The regular files directly in dir are gone, except those whose name keep accepts.
@@ -42,6 +58,9 @@ public:
     State dirState(const QString& dir) const;
     // Files in place directly in dir.
     QStringList presentIn(const QString& dir) const;
+    const QVector<Installed>& installed() const { return m_installed; }
+    // Every file the package puts in place that is there at the end, sorted.
+    QStringList present() const;
 
     static QString clean(const QString& path);
 
@@ -64,4 +83,5 @@ private:
     QMap<QString, Known> m_files;
     QMap<QString, int> m_dirs; // made, with the order
     QVector<Rule> m_rules;
+    QVector<Installed> m_installed;
 };

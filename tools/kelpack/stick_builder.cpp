@@ -4,6 +4,7 @@
 #include "package_verifier.h"
 #include "package_writer.h"
 #include "program_arch.h"
+#include "qsettingsfactory.h"
 #include "stick_output.h"
 #include "tree_copier.h"
 #include "utf8_text.h"
@@ -152,6 +153,7 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
     *entries = QStringList{folder, "language", "config", "qws"};
 
     const QString package = stick + "/" + folder;
+    m_package = package;
     if (!QDir().mkdir(package) || !QDir().mkdir(stick + "/config") ||
         !QDir().mkdir(stick + "/language"))
         return fail(stick + ": cannot be written");
@@ -252,6 +254,14 @@ bool StickBuilder::writeManifest(const QString& dir, const QString& name, bool s
     const QString path = dir + "/" + name;
     QTemporaryDir scratch;
     const QString plain = scratch.path() + "/plain.ini";
+    if (QSettingsFactory::decryptFile(path, scratch.path() + "/already.ini",
+                                      QSettingsFactory::CRYPT_CHECKED)) {
+        const QString inTree = m_tree + "/" + QDir(m_package).relativeFilePath(path);
+        return fail(inTree +
+                    ": is already scrambled (a manifest taken from a stick), but a "
+                    "tree holds plain text. Write instead: kelpack unscramble " +
+                    inTree + " " + inTree + ".plain, then put the plain file in its place");
+    }
     {
         std::unique_ptr<QSettings> source(openPlain(path));
         if (source->status() != QSettings::NoError)

@@ -76,6 +76,7 @@ private:
 
     QString m_tree;
     QString m_out;
+    QString m_package; // the package folder being written
     QString m_program;
     bool m_force;
     bool m_checkOnly = false;

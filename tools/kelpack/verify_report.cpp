@@ -54,7 +54,7 @@ QString VerifyReport::json(const QString& package) const
     for (const Finding& f : m_findings)
         list.append(QJsonObject{{"severity", f.error ? "error" : "warning"},
                                 {"file", f.file},
-                                {"line", f.line},
+                                {"line", f.line > 0 ? QJsonValue(f.line) : QJsonValue()},
                                 {"section", f.section},
                                 {"key", f.key},
                                 {"problem", f.problem},
@@ -88,8 +88,12 @@ QString VerifyReport::planText(const QString& package) const
             out += " from " + step.source;
         if (!step.detail.isEmpty())
             out += " (" + step.detail + ")";
+        if (!step.change.isEmpty())
+            out += ": " + step.change;
         out += "\n";
     }
+    if (!m_end.summary.isEmpty())
+        out += "End: " + m_end.summary + "\n";
     return out;
 }
 
@@ -103,7 +107,17 @@ QString VerifyReport::planJson(const QString& package) const
                                 {"action", step.action},
                                 {"target", step.target},
                                 {"source", step.source},
-                                {"detail", step.detail}});
+                                {"detail", step.detail},
+                                {"change", step.change}});
     return QString::fromUtf8(
-        QJsonDocument(QJsonObject{{"package", package}, {"steps", list}}).toJson());
+        QJsonDocument(
+            QJsonObject{
+                {"package", package},
+                {"steps", list},
+                {"end", QJsonObject{{"summary", m_end.summary},
+                                    {"added", QJsonArray::fromStringList(m_end.added)},
+                                    {"replaced", QJsonArray::fromStringList(m_end.replaced)},
+                                    {"installed", QJsonArray::fromStringList(m_end.installed)},
+                                    {"removed", QJsonArray::fromStringList(m_end.removed)}}}})
+            .toJson());
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <QVector>
 
 // What a check of a package found and what the package will do on a panel, for people (text) and
@@ -28,10 +29,19 @@ public:
         QString target; // the path on the panel, or the name acted on
         QString source; // the file on the stick, relative to the package folder
         QString detail;
+        QString change; // on the panel: "adds", "replaces", "adds or replaces", "removes"
     };
 
     void add(const Finding& finding);
     void addStep(const Step& step) { m_steps.append(step); }
+    // What the panel holds at the end: one line for people, and the files the run adds,
+    // replaces and removes (added and replaced together as "installed" without a panel).
+    struct EndState
+    {
+        QString summary;
+        QStringList added, replaced, installed, removed;
+    };
+    void setEndState(const EndState& end) { m_end = end; }
 
     const QVector<Finding>& findings() const { return m_findings; }
     const QVector<Step>& steps() const { return m_steps; }
@@ -49,4 +59,5 @@ public:
 private:
     QVector<Finding> m_findings;
     QVector<Step> m_steps;
+    EndState m_end;
 };
