@@ -35,6 +35,9 @@ private slots:
     void buildWritesWhatReadsBack();
     void verifyPredicts_data() { trees::addMistakes(); }
     void verifyPredicts();
+    void fatalErrorsAreNamed_data();
+    void fatalErrorsAreNamed();
+    void planOnAListedPanel();
     void englishTextsAreComplete();
     void panelSpeaksEnglish_data();
     void panelSpeaksEnglish();
@@ -243,8 +246,9 @@ void TestKelpack::verifyPredicts()
             found =
                 found ||
                 (f.value("severity").toString() == severity && f.value("file").toString() == file &&
-                 f.value("line").toInt() == line && f.value("section").toString() == section &&
-                 f.value("key").toString() == key && f.value("text").toString().contains(problem) &&
+                 (line > 0 ? f.value("line").toInt() == line : f.value("line").isNull()) &&
+                 f.value("section").toString() == section && f.value("key").toString() == key &&
+                 f.value("text").toString().contains(problem) &&
                  f.value("fix").toString().contains(fix));
         }
         QVERIFY2(found, text.constData());
@@ -290,6 +294,79 @@ void TestKelpack::verifyPredicts()
                                                    : " " + step.value(field).toString();
         QVERIFY2(plan.contains(line.toUtf8()), qPrintable(line));
     }
+}
+
+void TestKelpack::fatalErrorsAreNamed_data()
+{
+    QTest::addColumn<QStringList>("args"); // TREE: the sample tree, edited by edits
+    QTest::addColumn<QStringList>("edits");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("missing folder") << QStringList{"verify", "/nonexistent/tree"} << QStringList()
+                                    << "/nonexistent/tree: no such folder";
+    QTest::newRow("plan of a missing folder")
+        << QStringList{"plan", "/nonexistent/tree"} << QStringList()
+        << "/nonexistent/tree: no such folder";
+    QTest::newRow("a file for a folder")
+        << QStringList{"info", "TREE/update.ini"} << QStringList() << "update.ini: is not a folder";
+    QTest::newRow("already scrambled item manifest")
+        << QStringList{"verify", "TREE"}
+        << QStringList{"system/update.ini", "[COPYFILE]", "SCRAMBLE"}
+        << "tree/system/update.ini: is already scrambled";
+    QTest::newRow("missing panel")
+        << QStringList{"plan", "TREE", "--panel", "/nonexistent/panel"} << QStringList()
+        << "/nonexistent/panel: no such folder or listing";
+}
+
+void TestKelpack::fatalErrorsAreNamed()
+{
+    QFETCH(QStringList, args);
+    QFETCH(QStringList, edits);
+    QFETCH(QString, error);
+    const QString source = trees::tree(dir);
+    if (!edits.isEmpty())
+        QCOMPARE(kelpack({"scramble", source + "/" + edits[0], dir + "/scrambled.ini"}), 0);
+    if (!edits.isEmpty())
+        QVERIFY(QFile::remove(source + "/" + edits[0]) &&
+                QFile::rename(dir + "/scrambled.ini", source + "/" + edits[0]));
+    args.replaceInStrings("TREE", source);
+    QByteArray out, err;
+    QCOMPARE(kelpack(args, &out, &err), 1);
+    QVERIFY2(err.contains(error.toUtf8()), err.constData());
+    QCOMPARE(out, QByteArray());
+    // Asked for JSON, the answer is still one JSON object, with the error in it.
+    QCOMPARE(kelpack(args + QStringList{"--json"}, &out, &err), 1);
+    const QJsonObject report = QJsonDocument::fromJson(out).object();
+    QVERIFY2(report.value("error").toString().contains(error), out.constData());
+    QCOMPARE(report.value("ok").toBool(true), false);
+}
+
+void TestKelpack::planOnAListedPanel()
+{
+    const QString source = trees::tree(dir);
+    fixture::writeFile(dir + "/panel.txt",
+                       "/usr/vorn_app/config/panel.conf\n/usr/vorn_app/vorn_app\n"
+                       "/usr/vorn_app/config/obsolete.conf\n");
+    QByteArray json;
+    QCOMPARE(kelpack({"plan", source, "--panel", dir + "/panel.txt", "--json"}, &json), 0);
+    const QJsonObject plan = QJsonDocument::fromJson(json).object();
+    const QJsonObject end = plan.value("end").toObject();
+    QCOMPARE(end.value("replaced").toArray(),
+             QJsonArray({"/usr/vorn_app/config/panel.conf", "/usr/vorn_app/vorn_app"}));
+    QCOMPARE(end.value("removed").toArray(), QJsonArray());
+    QVERIFY(end.value("added").toArray().contains("/usr/local/bin/kelhelper"));
+    QMap<QString, QString> changes;
+    for (const QJsonValue& step : plan.value("steps").toArray()) {
+        if (!step.toObject().value("change").toString().isEmpty())
+            changes.insert(step.toObject().value("target").toString(),
+                           step.toObject().value("change").toString());
+    }
+    QCOMPARE(changes.value("/usr/vorn_app/config/panel.conf"), QString("replaces"));
+    QCOMPARE(changes.value("/usr/local/bin/kelhelper"), QString("adds"));
+    QByteArray text;
+    QCOMPARE(kelpack({"plan", source, "--panel", dir + "/panel.txt"}, &text), 0);
+    QVERIFY2(text.contains("End: 14 files installed (12 new, 2 replaced), 0 of the panel's files "
+                           "removed; the runtime program is the package's"),
+             text.constData());
 }
 
 void TestKelpack::englishTextsAreComplete()
