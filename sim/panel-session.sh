@@ -18,11 +18,44 @@ snapshot() { # path, mode, link target or sha of every file in the panel's direc
             $1 == "M" { mode[$2] = $3; next } $1 == "L" { link[$2] = $3; next } { hash[$2] = substr($1, 1, 16) }
             END { while ((getline f < list) > 0)
                       if (f in link) print f " link " link[f]; else if (f in hash) print f " " mode[f] " " hash[f] }'
+    # Folders too, so that those the run makes or removes are seen.
+    find /usr/vorn_app /etc/systemd/system /var/lib/kelgate -mindepth 1 -type d -printf '%p/ dir -\n' 2>/dev/null
+}
+# The runtime program, its libraries and the boot units of the panel as the run leaves it, one
+# line each: "ok", "bad" or "--" (not checked), then what was looked at.
+health() {
+    program=/usr/vorn_app/vorn_app
+    if [ ! -f "$program" ]; then echo "bad  runtime program $program: missing"
+    elif [ ! -x "$program" ]; then echo "bad  runtime program $program: not executable ($(stat -c %a "$program"))"
+    else echo "ok   runtime program $program ($(stat -c %a "$program"))"
+    fi
+    if [ -f "$program" ] && [ "$(head -c 4 "$program" | tail -c 3)" = ELF ]; then
+        if libraries=$(LD_LIBRARY_PATH=/usr/vorn_app ldd "$program" 2>/dev/null); then
+            missing=$(printf '%s\n' "$libraries" | awk '/not found/ { printf "%s ", $1 }')
+            if [ -n "$missing" ]; then echo "bad  its libraries: not found: $missing"
+            else echo "ok   its libraries resolve ($(printf '%s\n' "$libraries" | grep -c '=>') found)"
+            fi
+        else
+            echo "--   its libraries: ldd cannot read a program of this processor here"
+        fi
+    fi
+    wants=/etc/systemd/system/multi-user.target.wants
+    for link in "$wants"/*; do
+        [ -L "$link" ] || continue
+        if [ -e "$link" ]; then echo "ok   boot unit ${link##*/}"
+        else echo "bad  boot unit ${link##*/}: links to $(readlink "$link"), which is missing"
+        fi
+    done
+    while read -r unit; do
+        [ -e "$wants/${unit##*/}" ] || echo "bad  runtime's boot unit ${unit##*/}: gone or no longer started at boot"
+    done < "$run/runtime-units.txt"
 }
 # The stick is the user's own folder, written for real: size, time and mode show what changed.
 stick_state() { find "$stick" -mindepth 1 -printf '%p %y %s %T@ %m\n' | sort; }
 
-snapshot > "$run/before.txt"
+snapshot | sort > "$run/before.txt"
+# The units that start the runtime at boot before the run.
+grep -l "^ExecStart=/usr/vorn_app/vorn_app" /etc/systemd/system/*.service > "$run/runtime-units.txt" 2>/dev/null || true
 stick_state > "$run/stick-before.txt"
 # Fault injection: a shell snippet run on the prepared panel before the program starts.
 [ -n "${KELSIM_SETUP:-}" ] && sh -c "$KELSIM_SETUP"
@@ -103,7 +136,8 @@ done
 wait "$program" || true
 # As the timeout command reports a run it had to end.
 [ -f "$run/timed-out" ] && echo 124 > "$run/status.txt"
-snapshot > "$run/after.txt"
+snapshot | sort > "$run/after.txt"
+health > "$run/health.txt"
 stick_state > "$run/stick-after.txt"
 pgrep -f /usr/vorn_app/vorn_app >/dev/null && echo running > "$run/runtime.txt" || echo stopped > "$run/runtime.txt"
 sync

@@ -81,6 +81,8 @@ struct Mistake
     QString evidence;
     QStringList simOptions = {};
     QStringList environment = {};
+    // The run reports success, but leaves the panel unhealthy.
+    bool unhealthy = false;
 };
 
 // The table of mistakes, a column for each member of Mistake.
@@ -100,6 +102,7 @@ inline void addMistakes()
     QTest::addColumn<QString>("evidence");
     QTest::addColumn<QStringList>("simOptions");
     QTest::addColumn<QStringList>("environment");
+    QTest::addColumn<bool>("unhealthy");
 
     const QString ok = QString::fromUtf8("[成功]");
     const QString failed = QString::fromUtf8("[失败]");
@@ -153,10 +156,21 @@ inline void addMistakes()
          "error", "project/project.ini", 9, "FILE1", "DESPATH", "written onto the stick",
          "did you mean $VORN_WORK_DIR?", 1, 1, ok, "removed  /usr/vorn_app/project/main.pro"},
         {"ACCESSRIGHT names a file nothing installs",
-         QStringList{"vorn_app/update.ini", "file_name=vorn_app", "file_name=vorn_ap"}, "error",
-         "vorn_app/update.ini", 16, "EXE1", "file_name",
+         QStringList{"vorn_app/update.ini", "file_name=vorn_app", "file_name=vorn_ap"},
+         "error",
+         "vorn_app/update.ini",
+         16,
+         "EXE1",
+         "file_name",
          "/usr/vorn_app/vorn_ap is not there when the right is granted",
-         "a file the records install", 1, 1, ok, "/usr/vorn_app/vorn_app \\(644"},
+         "a file the records install",
+         1,
+         1,
+         ok,
+         "/usr/vorn_app/vorn_app \\(644",
+         {},
+         {},
+         true},
         {"EXEFILE names a file the runtime removed",
          QStringList{"update.ini", "SRCPATH=/usr/vorn_app/kellogger",
                      "SRCPATH=/usr/vorn_app/kelloger"},
@@ -169,9 +183,21 @@ inline void addMistakes()
          "warning", "update.ini", 40, "EXEFILE1", "SRCPATH", "not installed by the package",
          "copy the file in the same package", 0, 1, failed, ""},
         {"unknown section [ACCESRIGHT]",
-         QStringList{"vorn_app/update.ini", "[ACCESSRIGHT]", "[ACCESRIGHT]"}, "error",
-         "vorn_app/update.ini", 12, "ACCESRIGHT", "", "reads no section of this name",
-         "did you mean [ACCESSRIGHT]?", 1, 1, ok, "/usr/vorn_app/vorn_app \\(644"},
+         QStringList{"vorn_app/update.ini", "[ACCESSRIGHT]", "[ACCESRIGHT]"},
+         "error",
+         "vorn_app/update.ini",
+         12,
+         "ACCESRIGHT",
+         "",
+         "reads no section of this name",
+         "did you mean [ACCESSRIGHT]?",
+         1,
+         1,
+         ok,
+         "/usr/vorn_app/vorn_app \\(644",
+         {},
+         {},
+         true},
         {"unknown key SRCPAHT",
          QStringList{"update.ini", "SRCPATH=./files/usr_kellogger.service",
                      "SRCPAHT=./files/usr_kellogger.service"},
@@ -203,8 +229,20 @@ inline void addMistakes()
         {"two copies to one destination",
          QStringList{"update.ini", "DESTPATH=/usr/vorn_app/config/panel.conf",
                      "DESTPATH=/etc/systemd/system/usr_kellogger.service"},
-         "error", "update.ini", 29, "COPYFILE2", "DESTPATH", "is also written by [COPYFILE1]",
-         "one record per destination", 1, 1, ok, QString::fromUtf8("无法完成更名操作")},
+         "error",
+         "update.ini",
+         29,
+         "COPYFILE2",
+         "DESTPATH",
+         "is also written by [COPYFILE1]",
+         "one record per destination",
+         1,
+         1,
+         ok,
+         QString::fromUtf8("无法完成更名操作"),
+         {},
+         {},
+         true},
         {"STOPPROC of 16 characters",
          QStringList{"update.ini", "STOPPROC=kelsample_view", "STOPPROC=kelsample_viewer"}, "error",
          "update.ini", 13, "PREPARE1", "STOPPROC", "the process list shows at most 15",
@@ -253,9 +291,20 @@ inline void addMistakes()
         {"runtime package without the runtime program",
          QStringList{"vorn_app/vorn_app", kRemove, "", "vorn_app/update.ini",
                      "file_num=2\n\n[EXE1]\nfile_name=vorn_app\n\n[EXE2]", "file_num=1\n\n[EXE1]"},
-         "error", "vorn_app/update.ini", 6, "FILE1", "",
+         "error",
+         "vorn_app/update.ini",
+         6,
+         "FILE1",
+         "",
          "the runtime program /usr/vorn_app/vorn_app is gone at the end",
-         "install the runtime program", 1, 1, ok, "removed  /usr/vorn_app/vorn_app"},
+         "install the runtime program",
+         1,
+         1,
+         ok,
+         "removed  /usr/vorn_app/vorn_app",
+         {},
+         {},
+         true},
         {"runtime subfolder no record installs",
          QStringList{"vorn_app/lib/libplc.so.2", "", "plc library\n"}, "error",
          "vorn_app/update.ini", 4, "UPDATEINFO", "file_num",
@@ -263,9 +312,20 @@ inline void addMistakes()
          "src_path=./lib/ des_path=/usr/vorn_app/lib/", 1, 1, ok, "!/usr/vorn_app/lib/"},
         {"AUTOSTOP of the runtime's own unit",
          QStringList{"update.ini", "AUTOSTART=kellogger", "AUTOSTART=kellogger\nAUTOSTOP=vorn_app"},
-         "error", "update.ini", 44, "RESTART", "AUTOSTOP",
-         "usr_vorn_app.service starts the HMI runtime at boot", "leave the runtime's own unit", 1,
-         1, ok, "removed  /etc/systemd/system/usr_vorn_app.service"},
+         "error",
+         "update.ini",
+         44,
+         "RESTART",
+         "AUTOSTOP",
+         "usr_vorn_app.service starts the HMI runtime at boot",
+         "leave the runtime's own unit",
+         1,
+         1,
+         ok,
+         "removed  /etc/systemd/system/usr_vorn_app.service",
+         {},
+         {},
+         true},
         // Texts other programs read, and texts in another encoding.
         {"report markers translated",
          QStringList{"kelpack.ini", "tool_language=0", "tool_language=3\nlanguages=lans",
@@ -292,7 +352,7 @@ inline void addMistakes()
     for (const Mistake& m : mistakes)
         QTest::newRow(m.name) << m.edits << m.severity << m.file << m.line << m.section << m.key
                               << m.problem << m.fix << m.status << m.runs << m.report << m.evidence
-                              << m.simOptions << m.environment;
+                              << m.simOptions << m.environment << m.unhealthy;
 }
 
 } // namespace trees

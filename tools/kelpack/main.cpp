@@ -26,7 +26,7 @@ const char kUsage[] =
     "                     [--sign SECRET_KEY] [--despite-errors]\n"
     "       kelpack verify PACKAGE_TREE|STICK_PACKAGE_DIR [--json] [--keys PUBLIC_KEY_DIR]\n"
     "       kelpack verify IMAGE.swu --cms-cert CERT [--json] [--keys PUBLIC_KEY_DIR]\n"
-    "       kelpack plan PACKAGE_TREE|STICK_PACKAGE_DIR [--panel DIR|LISTING] [--json]\n"
+    "       kelpack plan PACKAGE_TREE|STICK_PACKAGE_DIR [--panel DIR|LISTING] [--json|--files]\n"
     "       kelpack info PACKAGE_TREE|STICK_PACKAGE_DIR [--json]   (the same as plan)\n"
     "       kelpack scramble PLAIN_INI SCRAMBLED_INI\n"
     "       kelpack unscramble SCRAMBLED_INI PLAIN_INI\n"
@@ -39,7 +39,8 @@ const char kUsage[] =
     "\n"
     "init writes a commented starter tree. plan prints every step the panel takes and what it\n"
     "adds, replaces and removes there; --panel names a copy of a panel's root folder, or a file\n"
-    "listing its paths, to tell the two apart. verify predicts what the panel meets: errors fail\n"
+    "listing its paths, to tell the two apart; --files prints only \"PATH<tab>SOURCE\" for each\n"
+    "file left installed. verify predicts what the panel meets: errors fail\n"
     "or harm every panel, warnings depend on the panel. build checks the same and writes a new\n"
     "stick into OUTDIR only without errors; OUTDIR must be new or empty, --force replaces only\n"
     "the stick's own entries there (the package folder, language/, config/, qws/).\n"
@@ -214,6 +215,10 @@ int info(const QString& command, const Arguments& args)
                args.options.value("--panel")))
         return fail(error, json, args.positional[0]);
     const QString package = QDir(args.positional[0]).absolutePath();
+    if (args.options.contains("--files")) {
+        fputs(report.installedFiles().toUtf8().constData(), stdout);
+        return 0;
+    }
     fputs(
         (json ? report.planJson(package) : report.planText(package) + signing).toUtf8().constData(),
         stdout);
@@ -302,7 +307,7 @@ int main(int argc, char** argv)
     else if (command == "swu")
         args = parse(rest, {"--force"}, {"--cms-key", "--cms-cert"});
     else if (command == "info" || command == "plan")
-        args = parse(rest, {"--json"}, {"--panel"});
+        args = parse(rest, {"--json", "--files"}, {"--panel"});
     else if (command == "keygen" || command == "sign")
         return PackageSigner::run(words);
     else if (command == "init" || command == "scramble" || command == "unscramble" ||

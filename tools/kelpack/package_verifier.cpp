@@ -243,6 +243,10 @@ void PackageVerifier::summarizeEndState()
 {
     VerifyReport::EndState end;
     end.installed = m_panel.present();
+    for (const QString& path : end.installed)
+        end.sources << (m_panel.file(path).source.isEmpty()
+                            ? QString()
+                            : QDir(m_dir).relativeFilePath(m_panel.file(path).source));
     if (m_panelGiven) {
         for (const QString& path : end.installed)
             (m_panelFiles.contains(path) ? end.replaced : end.added) << path;
@@ -920,6 +924,8 @@ void PackageVerifier::walkRuntime()
     }
     checkInstalledRuntime(runtime.versionFile());
     checkUnshippedRuntime(file, runtime.versionFile());
+    step("unscramble in place", vornDir + kRootManifest);
+    m_panel.rewrite(vornDir + kRootManifest);
     // Versioned libraries get their short names; then the listed files are made executable.
     QMap<QString, QString> shortened; // short name -> the file renamed to it
     for (const QString& path : m_panel.presentIn(vornDir)) {

@@ -40,6 +40,13 @@ void PanelModel::makeDir(const QString& dir)
     }
 }
 
+void PanelModel::rewrite(const QString& path)
+{
+    const auto known = m_files.find(clean(path));
+    if (known != m_files.end() && file(known.key()).state == Present)
+        known->file.source.clear();
+}
+
 void PanelModel::rename(const QString& from, const QString& to, const QString& by)
 {
     const File moved = file(from);

@@ -51,6 +51,8 @@ public:
     void clearFiles(const QString& dir, const std::function<bool(const QString&)>& keep,
                     const QString& by);
     void makeDir(const QString& dir);
+    // A file the program rewrites in place: still there, but no longer a file of the stick.
+    void rewrite(const QString& path);
     // A file renamed in place (the runtime's short library names).
     void rename(const QString& from, const QString& to, const QString& by);
 

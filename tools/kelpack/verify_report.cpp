@@ -121,3 +121,11 @@ QString VerifyReport::planJson(const QString& package) const
                                     {"removed", QJsonArray::fromStringList(m_end.removed)}}}})
             .toJson());
 }
+
+QString VerifyReport::installedFiles() const
+{
+    QString out;
+    for (int i = 0; i < m_end.installed.size(); ++i)
+        out += m_end.installed[i] + '\t' + m_end.sources.value(i) + '\n';
+    return out;
+}

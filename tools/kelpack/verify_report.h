@@ -40,6 +40,9 @@ public:
     {
         QString summary;
         QStringList added, replaced, installed, removed;
+        // Of each installed file, relative to the package folder; empty for a file the program
+        // rewrites in place.
+        QStringList sources;
     };
     void setEndState(const EndState& end) { m_end = end; }
 
@@ -55,6 +58,9 @@ public:
     QString json(const QString& package) const;
     QString planText(const QString& package) const;
     QString planJson(const QString& package) const;
+    // One "PATH<tab>SOURCE" line per file the run leaves installed, for scripts (an empty
+    // SOURCE: the program rewrote the file).
+    QString installedFiles() const;
 
 private:
     QVector<Finding> m_findings;
