@@ -51,7 +51,7 @@ health() {
     done < "$run/runtime-units.txt"
 }
 # The stick is the user's own folder, written for real: size, time and mode show what changed.
-stick_state() { find "$stick" -mindepth 1 -printf '%p %y %s %T@ %m\n' | sort; }
+stick_state() { find "$stick" -mindepth 1 -printf '%p %y %s %T@ %m %i\n' | sort; }
 
 snapshot | sort > "$run/before.txt"
 # The units that start the runtime at boot before the run.

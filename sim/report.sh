@@ -36,11 +36,12 @@ done
 echo "== report"
 if [ -n "$log" ]; then head -n 1 "$log"; else echo "(no log was written)"; fi
 # The log grows by a run at a time (only its first line, the report, is rewritten): this run's
-# lines are those after the size it had before, without the run's own header line.
+# lines are those after the size the same file had before, without the run's own header line.
 echo "== log"
 if [ -n "$log" ]; then
-    before=$(awk -v p="/media/usb0/${log#"$stick"/}" '$1 == p && $2 == "f" { print $3 }' "$run/stick-before.txt")
-    if [ -n "$before" ] && [ "$before" -gt 0 ]; then
+    before=$(awk -v p="/media/usb0/${log#"$stick"/}" -v inode="$(stat -c %i "$log")" \
+        '$1 == p && $2 == "f" && $6 == inode { print $3 }' "$run/stick-before.txt")
+    if [ -n "$before" ] && [ "$before" -gt 0 ] && [ "$(stat -c %s "$log")" -gt "$before" ]; then
         tail -c +"$((before + 1))" "$log" | tail -n +2
     else
         tail -n +2 "$log"
