@@ -3,6 +3,10 @@
 #include "fixture.h"
 
 #include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
 #include <QStringList>
 #include <QtTest>
 
@@ -56,6 +60,41 @@ inline QString tree(const QString& dir, const QStringList& edits = {})
         fixture::writeFile(path, text.replace(all[i + 1], all[i + 2]).toUtf8());
     }
     return tree;
+}
+
+// The files a run changes as kelpack plan --json predicts them: "added PATH", "replaced PATH",
+// "removed PATH", sorted.
+inline QStringList plannedChanges(const QByteArray& planJson)
+{
+    const QJsonObject end = QJsonDocument::fromJson(planJson).object().value("end").toObject();
+    QStringList planned;
+    for (const char* change : {"added", "replaced", "removed"}) {
+        for (const QJsonValue& path : end.value(change).toArray())
+            planned << QString("%1 %2").arg(change, path.toString());
+    }
+    planned.sort();
+    return planned;
+}
+
+// The same as the simulator listed them. What the program itself writes (its scratch, the
+// loader's cache), the boot links, the command's own output and what mistaken records write onto
+// the stick are not files the plan installs; folders it lists besides.
+inline QStringList simulatedChanges(const QString& simulated)
+{
+    static const QRegularExpression change("^(added|replaced|removed) +(\\S+)");
+    static const QRegularExpression notPlanned(
+        "^/(tmp|var|media)/|/multi-user\\.target\\.wants/|/command\\.out$");
+    QStringList seen;
+    for (const QString& line : (fixture::section(simulated, "panel changes") +
+                                fixture::section(simulated, "changes elsewhere"))
+                                   .split('\n', Qt::SkipEmptyParts)) {
+        const QRegularExpressionMatch m = change.match(line);
+        if (!m.hasMatch() || m.captured(2).contains(notPlanned) || m.captured(2).endsWith('/'))
+            continue;
+        seen << m.captured(1) + " " + m.captured(2);
+    }
+    seen.sort();
+    return seen;
 }
 
 // One packaging mistake: the tree's edits, the finding verify must report and its exit status,

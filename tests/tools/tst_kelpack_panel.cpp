@@ -102,30 +102,7 @@ void TestKelpackPanel::comparePlan(const QString& package, const QString& simula
         fixture::run("/bin/sh", {QStringLiteral(KEL_SOURCE_DIR) + "/sim/seed-panel.sh", panel}), 0);
     QByteArray json;
     QCOMPARE(kelpack({"plan", package, "--panel", panel, "--json"}, &json), 0);
-    const QJsonObject end = QJsonDocument::fromJson(json).object().value("end").toObject();
-    QStringList planned;
-    for (const char* change : {"added", "replaced", "removed"}) {
-        for (const QJsonValue& path : end.value(change).toArray())
-            planned << QString("%1 %2").arg(change, path.toString());
-    }
-    // What the program itself writes (its scratch, the loader's cache), the boot links, the
-    // command's own output and what mistaken records write onto the stick are not files the
-    // plan installs; folders it lists besides.
-    static const QRegularExpression change("^(added|replaced|removed) +(\\S+)");
-    static const QRegularExpression notPlanned(
-        "^/(tmp|var|media)/|/multi-user\\.target\\.wants/|/command\\.out$");
-    QStringList seen;
-    for (const QString& line : (fixture::section(simulated, "panel changes") +
-                                fixture::section(simulated, "changes elsewhere"))
-                                   .split('\n', Qt::SkipEmptyParts)) {
-        const QRegularExpressionMatch m = change.match(line);
-        if (!m.hasMatch() || m.captured(2).contains(notPlanned) || m.captured(2).endsWith('/'))
-            continue;
-        seen << m.captured(1) + " " + m.captured(2);
-    }
-    planned.sort();
-    seen.sort();
-    QCOMPARE(planned, seen);
+    QCOMPARE(trees::plannedChanges(json), trees::simulatedChanges(simulated));
 }
 
 void TestKelpackPanel::starterTreeUpdatesThePanel()

@@ -277,7 +277,10 @@ bool StickBuilder::writeManifest(const QString& dir, const QString& name, bool s
         for (const auto& value : autoValues)
             out->setValue(value.first, value.second);
         out->sync();
-        if (out->status() != QSettings::NoError)
+        // A manifest without a key (an item with nothing to do) is written as an empty file.
+        QFile written(plain);
+        if (out->status() != QSettings::NoError ||
+            (!written.exists() && !written.open(QIODevice::WriteOnly)))
             return fail(plain + ": cannot be written");
     }
     QString error;
