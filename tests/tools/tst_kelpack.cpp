@@ -38,6 +38,7 @@ private slots:
     void fatalErrorsAreNamed_data();
     void fatalErrorsAreNamed();
     void planOnAListedPanel();
+    void defaultPanelIsTheSimulators();
     void englishTextsAreComplete();
     void panelSpeaksEnglish_data();
     void panelSpeaksEnglish();
@@ -367,6 +368,35 @@ void TestKelpack::planOnAListedPanel()
     QVERIFY2(text.contains("End: 14 files installed (12 new, 2 replaced), 0 of the panel's files "
                            "removed; the runtime program is the package's"),
              text.constData());
+}
+
+void TestKelpack::defaultPanelIsTheSimulators()
+{
+    const QString panel = dir + "/seeded";
+    QDir(panel).removeRecursively();
+    QCOMPARE(
+        fixture::run("/bin/sh", {QStringLiteral(KEL_SOURCE_DIR) + "/sim/seed-panel.sh", panel}), 0);
+    QStringList seeded;
+    QDirIterator it(panel, QDir::Files | QDir::System | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        seeded << it.next().mid(panel.size());
+    seeded.sort();
+    QStringList listed;
+    for (const QString& line :
+         QString::fromUtf8(
+             fixture::readFile(QStringLiteral(KEL_SOURCE_DIR) + "/tools/kelpack/default-panel.txt"))
+             .split('\n', Qt::SkipEmptyParts)) {
+        if (line.startsWith('/'))
+            listed << line;
+    }
+    QCOMPARE(listed, seeded);
+    // Without --panel, the plan is made on it.
+    QByteArray plain, seededPlan;
+    const QString source = trees::tree(dir);
+    QCOMPARE(kelpack({"plan", source, "--json"}, &plain), 0);
+    QCOMPARE(kelpack({"plan", source, "--panel", panel, "--json"}, &seededPlan), 0);
+    QCOMPARE(trees::plannedChanges(plain), trees::plannedChanges(seededPlan));
+    QVERIFY(!trees::plannedChanges(plain).isEmpty());
 }
 
 void TestKelpack::englishTextsAreComplete()

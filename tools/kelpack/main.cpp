@@ -38,12 +38,12 @@ const char kUsage[] =
     "       kelpack --help | --version\n"
     "\n"
     "init writes a commented starter tree. plan prints every step the panel takes and what it\n"
-    "adds, replaces and removes there; --panel names a copy of a panel's root folder, or a file\n"
-    "listing its paths, to tell the two apart; --files prints only \"PATH<tab>SOURCE\" for each\n"
-    "file left installed. verify predicts what the panel meets: errors fail\n"
-    "or harm every panel, warnings depend on the panel. build checks the same and writes a new\n"
-    "stick into OUTDIR only without errors; OUTDIR must be new or empty, --force replaces only\n"
-    "the stick's own entries there (the package folder, language/, config/, qws/).\n"
+    "adds, replaces and removes there, on the simulator's default panel or on the one --panel\n"
+    "names: a copy of a panel's root folder, or a file listing its paths; --files prints only\n"
+    "\"PATH<tab>SOURCE\" for each file left installed. verify predicts what the panel meets:\n"
+    "errors fail or harm every panel, warnings depend on the panel. build checks the same and\n"
+    "writes a new stick into OUTDIR only without errors; OUTDIR must be new or empty, --force\n"
+    "replaces only the stick's own entries there (the package folder, language/, config/, qws/).\n"
     "--despite-errors writes a stick that has errors, to show on a test panel what they do.\n"
     "--arch (or [stick] arch in kelpack.ini) names the panel's processor (armhf, arm64, amd64):\n"
     "the program must be built for it, and without --program the installed one for it is taken.\n"
@@ -148,7 +148,8 @@ bool check(const QString& path, const QString& keysDir, VerifyReport* report, QS
     }
     PackageVerifier verifier(package, tree ? path : QString());
     verifier.setTrustedKeys(keysDir);
-    if (!panel.isEmpty() && !verifier.setPanel(panel, error))
+    // Without a panel of their own, plans are made on the one the simulator seeds.
+    if (!verifier.setPanel(panel.isEmpty() ? ":/kelpack/default-panel.txt" : panel, error))
         return false;
     verifier.setSignatureAudited(!tree);
     verifier.verify();
