@@ -25,6 +25,8 @@ private slots:
     void panelConfirms_data() { trees::addMistakes(); }
     void panelConfirms();
     void starterTreeUpdatesThePanel();
+    void healthFindsTheRuntimeLibraries_data();
+    void healthFindsTheRuntimeLibraries();
 
 private:
     // The plan's end state of the stick's package on a freshly seeded panel against the changes
@@ -124,6 +126,43 @@ void TestKelpackPanel::starterTreeUpdatesThePanel()
     QCOMPARE(simulate(dir + "/out", 1, &sim), 0);
     QCOMPARE(fixture::section(sim, "report").trimmed(), QString::fromUtf8("[成功]"));
     QVERIFY2(sim.contains("added    /usr/vorn_app/config/hello.conf"), qPrintable(sim));
+}
+
+void TestKelpackPanel::healthFindsTheRuntimeLibraries_data()
+{
+    QTest::addColumn<QString>("folder"); // where the runtime's library lies in vorn_app/
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("health");
+    QTest::newRow("installed beside the program") << "" << 0 << "ok   its libraries resolve";
+    QTest::newRow("in a folder no record installs")
+        << "lib/" << 4 << "bad  its libraries: not found: libplc.so.1";
+}
+
+void TestKelpackPanel::healthFindsTheRuntimeLibraries()
+{
+    QFETCH(QString, folder);
+    QFETCH(int, status);
+    QFETCH(QString, health);
+    const QString cc = QStandardPaths::findExecutable("cc");
+    if (cc.isEmpty())
+        QSKIP("no C compiler to make a runtime program that needs a library");
+    // A runtime program of this machine that needs a library of the package.
+    const QString tree = trees::tree(dir), runtime = tree + "/vorn_app/";
+    QDir().mkpath(runtime + folder);
+    fixture::writeFile(dir + "/plc.c", "int plc(void) { return 0; }\n");
+    fixture::writeFile(dir + "/main.c", "int plc(void);\nint main(void) { return plc(); }\n");
+    QCOMPARE(fixture::run(cc, {"-shared", "-fPIC", "-Wl,-soname,libplc.so.1", "-o",
+                               runtime + folder + "libplc.so.1", dir + "/plc.c"}),
+             0);
+    QCOMPARE(fixture::run(cc, {"-o", runtime + "vorn_app", dir + "/main.c", "-L", runtime + folder,
+                               "-l:libplc.so.1"}),
+             0);
+    QCOMPARE(
+        kelpack({"build", tree, dir + "/out", "--program", KEL_PROGRAM_PATH, "--despite-errors"}),
+        0);
+    QString out;
+    QCOMPARE(simulate(dir + "/out", 1, &out), status);
+    QVERIFY2(fixture::section(out, "panel health").contains(health), qPrintable(out));
 }
 
 QTEST_GUILESS_MAIN(TestKelpackPanel)
