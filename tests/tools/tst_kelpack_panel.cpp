@@ -128,14 +128,18 @@ void TestKelpackPanel::starterTreeUpdatesThePanel()
     QVERIFY2(sim.contains("added    /usr/vorn_app/config/hello.conf"), qPrintable(sim));
 }
 
+// A runtime program that needs a library of its package: verify sees where the run leaves it,
+// and so does the simulated panel's health.
 void TestKelpackPanel::healthFindsTheRuntimeLibraries_data()
 {
     QTest::addColumn<QString>("folder"); // where the runtime's library lies in vorn_app/
     QTest::addColumn<int>("status");
     QTest::addColumn<QString>("health");
-    QTest::newRow("installed beside the program") << "" << 0 << "ok   its libraries resolve";
+    QTest::addColumn<bool>("refused"); // by verify, before any panel
+    QTest::newRow("installed beside the program")
+        << "" << 0 << "ok   its libraries resolve" << false;
     QTest::newRow("in a folder no record installs")
-        << "lib/" << 4 << "bad  its libraries: not found: libplc.so.1";
+        << "lib/" << 4 << "bad  its libraries: not found: libplc.so.1" << true;
 }
 
 void TestKelpackPanel::healthFindsTheRuntimeLibraries()
@@ -143,6 +147,7 @@ void TestKelpackPanel::healthFindsTheRuntimeLibraries()
     QFETCH(QString, folder);
     QFETCH(int, status);
     QFETCH(QString, health);
+    QFETCH(bool, refused);
     const QString cc = QStandardPaths::findExecutable("cc");
     if (cc.isEmpty())
         QSKIP("no C compiler to make a runtime program that needs a library");
@@ -157,6 +162,11 @@ void TestKelpackPanel::healthFindsTheRuntimeLibraries()
     QCOMPARE(fixture::run(cc, {"-o", runtime + "vorn_app", dir + "/main.c", "-L", runtime + folder,
                                "-l:libplc.so.1"}),
              0);
+    QByteArray verdict;
+    kelpack({"verify", tree}, &verdict);
+    QCOMPARE(verdict.contains("the runtime program needs libplc.so.1, which the package ships as "
+                              "vorn_app/lib/libplc.so.1"),
+             refused);
     QCOMPARE(
         kelpack({"build", tree, dir + "/out", "--program", KEL_PROGRAM_PATH, "--despite-errors"}),
         0);

@@ -21,6 +21,8 @@ bool sameBytes(const QString& a, const QString& b)
 {
     if (a == b)
         return true;
+    if (a.isEmpty() || b.isEmpty())
+        return false;
     QFile first(a), second(b);
     return first.open(QIODevice::ReadOnly) && second.open(QIODevice::ReadOnly) &&
            first.size() == second.size() && first.readAll() == second.readAll();

@@ -3,6 +3,7 @@
 #include "def.h"
 #include "downLoadPro.h"
 #include "downLoadVorn_app.h"
+#include "elf_needed.h"
 #include "end_state_check.h"
 #include "file_copier.h"
 #include "file_operation_c.h"
@@ -136,7 +137,8 @@ QStringList commandFiles(const QString& command, bool* runDirectly)
 bool isExecutable(const QString& path, const QString& name)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    // No path: a file the program rewrote, no longer the stick's.
+    if (path.isEmpty() || !file.open(QIODevice::ReadOnly))
         return false;
     const QByteArray head = file.read(4);
     return head.startsWith("#!") || (head == "\x7f"
@@ -943,6 +945,7 @@ void PackageVerifier::walkRuntime()
             m_panel.rename(path, vornDir + shortName, file + " (short library names)");
         }
     }
+    checkRuntimeLibraries(file);
     QSet<QString> granted;
     for (int m = 0; m < runtime.exeFiles().size(); ++m) {
         const QString name = runtime.exeFiles()[m];
@@ -1053,6 +1056,36 @@ void PackageVerifier::checkInstalledRuntime(const QString& versionFile)
             QString(kDesPath) + "=" + vornDir +
                 (listed.contains('/') ? listed.section('/', 0, -2) + "/" : QString()) +
                 ", the folder under " + kel::kVornAppDir + " that mirrors src_path");
+    }
+}
+
+void PackageVerifier::checkRuntimeLibraries(const QString& file)
+{
+    const PanelModel::File program = m_panel.file(kel::kVornAppProgram);
+    if (program.state != PanelModel::Present)
+        return;
+    // The libraries the package ships, by the names the panel gives them.
+    const QString package = m_dir + "/" + kRuntimeFolder;
+    QMap<QString, QString> shipped; // name on the panel -> file of the package
+    QDirIterator it(package, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        const QString name = it.fileName();
+        shipped.insert(name.contains(".so.") ? name.section('.', 0, 2) : name,
+                       QDir(package).relativeFilePath(path));
+    }
+    const QString vornDir = QString(kel::kVornAppDir) + "/";
+    for (const QString& needed : ElfNeeded::of(program.source)) {
+        // A library the package does not ship is the panel's own.
+        if (!shipped.contains(needed) ||
+            m_panel.file(vornDir + needed).state == PanelModel::Present)
+            continue;
+        add(true, file, kUpdateInfo, kFileNum,
+            QString("the runtime program needs %1, which the package ships as vorn_app/%2, but "
+                    "the run leaves no %3%1: the runtime does not start")
+                .arg(needed, shipped.value(needed), vornDir),
+            QString("a record that installs vorn_app/%1 in %2")
+                .arg(shipped.value(needed), vornDir));
     }
 }
 

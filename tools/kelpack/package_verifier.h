@@ -76,6 +76,8 @@ private:
     void walkGrants(const QString& file, QSettings& manifest);
     void walkRuntime();
     void checkInstalledRuntime(const QString& versionFile);
+    // Libraries the package ships that its runtime program needs, where the program finds them.
+    void checkRuntimeLibraries(const QString& file);
     // Files of the runtime package that no record installs.
     void checkUnshippedRuntime(const QString& file, const QString& versionFile);
     void walkProject();
