@@ -133,6 +133,65 @@ QStringList commandFiles(const QString& command, bool* runDirectly)
     return {words[0]};
 }
 
+// What a step finds at its target, as the plan has the panel at that moment: a target already
+// gone fails every panel (error), one the package does not make is up to the panel (warning).
+// %1: the target, %2: the record that removed it, %3: what the step names, %4: the key.
+struct TargetRule
+{
+    const char* gone;
+    const char* goneFix;
+    const char* unknown;
+    const char* unknownFix;
+};
+const TargetRule kTargetRules[] = {
+    // PackageVerifier::Delete
+    {"%1 is already gone when the delete runs (%2 removed it): under -s the check of the delete "
+     "set fails the run, without -s the panel shows a red line",
+     "remove the record",
+     "%1 is not a file the package creates: whether it exists depends on the panel. On a panel "
+     "without it, a second run of this stick included, the run fails under -s and shows a red "
+     "line without -s",
+     "keep the record only if every panel still has the file"},
+    // PackageVerifier::Grant
+    {"%1 is gone when the right is granted (%2 removed it): the run fails",
+     "grant only files the package installs",
+     "%1 is not installed by the package: the run fails on a panel without it",
+     "copy the file in the same package, or keep the record only if every panel has it"},
+    // PackageVerifier::RuntimeGrant
+    {"%1 is not there when the right is granted (%2 removed it): chmod fails unseen and the "
+     "program reports success",
+     "the name of a file the records install in %3",
+     "%1 is not installed by the package: it is made executable only if the panel has it",
+     "the name of a file the records install in %3"},
+    // PackageVerifier::Start
+    {"%1 is gone by then (%2 removed it): the run fails", "remove %3 from %4",
+     "%1 is a unit no copy ships: the run fails at its last step on a panel without it",
+     "a copy of the unit with DESTPATH=%1"},
+    // PackageVerifier::Stop
+    {"%1 is gone by then (%2 removed it): the run fails", "remove %3 from %4",
+     "%1 is not shipped by the package: the run fails on a panel without it, a second run of "
+     "this stick included",
+     "keep it only if every panel has the unit"},
+    // PackageVerifier::Command
+    {"%1 is gone when the command runs (%2 removed it): the command fails and the program "
+     "reports it as run",
+     "a command that names a file the package installs",
+     "%1 is not installed by the package: on a panel without it the command fails and the "
+     "program still reports it as run",
+     "copy %1 in the same package"},
+};
+
+// A rule's text with its values; a remover that is not known leaves out its parenthesis.
+QString filled(const char* text, const QStringList& values)
+{
+    QString out(text);
+    if (values.value(1).isEmpty())
+        out.remove(" (%2 removed it)");
+    for (int i = values.size(); i > 0; --i)
+        out.replace("%" + QString::number(i), values[i - 1]);
+    return out;
+}
+
 // A program the shell cannot run unless the file may be executed: a script or a binary.
 bool isExecutable(const QString& path, const QString& name)
 {
@@ -170,6 +229,21 @@ void PackageVerifier::add(bool error, const QString& file, const QString& sectio
     finding.expected = expected;
     finding.actual = actual;
     m_report.add(finding);
+}
+
+PanelModel::State PackageVerifier::checkTarget(TargetStep kind, const QString& file,
+                                               const QString& section, const QString& key,
+                                               const QString& target, PanelModel::State state,
+                                               const QString& remover, const QString& named)
+{
+    const TargetRule& rule = kTargetRules[kind];
+    const QStringList values{target, remover, named, key};
+    if (state == PanelModel::Absent)
+        add(true, file, section, key, filled(rule.gone, values), filled(rule.goneFix, values));
+    else if (state == PanelModel::Unknown)
+        add(false, file, section, key, filled(rule.unknown, values),
+            filled(rule.unknownFix, values));
+    return state;
 }
 
 void PackageVerifier::step(const QString& action, const QString& target, const QString& source,
@@ -727,21 +801,10 @@ void PackageVerifier::walkDeletes(const QString& file, QSettings& manifest)
             continue;
         }
         step("delete " + modeText(r.mode), r.path);
-        const PanelModel::State state =
-            r.mode == 0 ? m_panel.file(r.path).state : m_panel.dirState(r.path);
         const QString by = file + " [" + section + "]";
-        if (state == PanelModel::Absent)
-            add(true, file, section, kSrcPath,
-                r.path + " is already gone when the delete runs (" + m_panel.file(r.path).by +
-                    " removed it): under -s the check of the delete set fails the run, "
-                    "without -s the panel shows a red line",
-                "remove the record");
-        else if (state == PanelModel::Unknown)
-            add(false, file, section, kSrcPath,
-                r.path + " is not a file the package creates: whether it exists depends on the "
-                         "panel. On a panel without it, a second run of this stick included, "
-                         "the run fails under -s and shows a red line without -s",
-                "keep the record only if every panel still has the file");
+        checkTarget(Delete, file, section, kSrcPath, r.path,
+                    r.mode == 0 ? m_panel.file(r.path).state : m_panel.dirState(r.path),
+                    m_panel.file(r.path).by);
         if (r.mode == 0)
             m_panel.remove(r.path, by);
         else if (r.mode == 1)
@@ -772,16 +835,7 @@ void PackageVerifier::walkGrants(const QString& file, QSettings& manifest)
         }
         step("make executable", path);
         const PanelModel::File target = m_panel.file(path);
-        if (target.state == PanelModel::Absent)
-            add(true, file, section, kSrcPath,
-                path + " is gone when the right is granted (" + target.by +
-                    " removed it): the run fails",
-                "grant only files the package installs");
-        else if (target.state == PanelModel::Unknown)
-            add(false, file, section, kSrcPath,
-                path + " is not installed by the package: the run fails on a panel without it",
-                "copy the file in the same package, or keep the record only if every panel has "
-                "it");
+        checkTarget(Grant, file, section, kSrcPath, path, target.state, target.by);
         m_granted.insert(PanelModel::clean(path));
     }
 }
@@ -957,17 +1011,9 @@ void PackageVerifier::walkRuntime()
             add(true, file, section, kFileName,
                 "\"" + name + "\" reaches the shell unquoted and is split or expanded there",
                 "a file name without blanks or shell characters");
-        else if (target.state == PanelModel::Absent || name.isEmpty())
-            add(true, file, section, kFileName,
-                path + " is not there when the right is granted" +
-                    (target.by.isEmpty() ? QString() : " (" + target.by + " removed it)") +
-                    ": chmod fails unseen and the program reports success",
-                "the name of a file the records install in " + vornDir);
-        else if (target.state == PanelModel::Unknown)
-            add(false, file, section, kFileName,
-                path + " is not installed by the package: it is made executable only if the "
-                       "panel has it",
-                "the name of a file the records install in " + vornDir);
+        else
+            checkTarget(RuntimeGrant, file, section, kFileName, path,
+                        name.isEmpty() ? PanelModel::Absent : target.state, target.by, vornDir);
         granted.insert(PanelModel::clean(path));
         m_granted.insert(PanelModel::clean(path));
     }
@@ -1273,18 +1319,8 @@ void PackageVerifier::walkServices(GenerateConfigInfo& root)
                 continue;
             }
             const PanelModel::File state = m_panel.file(unit);
-            if (state.state == PanelModel::Absent)
-                add(true, kRootManifest, kRestart, key,
-                    unit + " is gone by then (" + state.by + " removed it): the run fails",
-                    "remove " + name + " from " + key);
-            else if (state.state == PanelModel::Unknown)
-                add(false, kRootManifest, kRestart, key,
-                    start ? unit + " is a unit no copy ships: the run fails at its last step on "
-                                   "a panel without it"
-                          : unit + " is not shipped by the package: the run fails on a panel "
-                                   "without it, a second run of this stick included",
-                    start ? QString("a copy of the unit with %1=%2").arg(kDestPath, unit)
-                          : QString("keep it only if every panel has the unit"));
+            checkTarget(start ? Start : Stop, kRootManifest, kRestart, key, unit, state.state,
+                        state.by, name);
             if (!start)
                 m_panel.remove(unit, kRootManifest + QString(" [RESTART] AUTOSTOP"));
         }
@@ -1357,20 +1393,9 @@ void PackageVerifier::checkCommandFile(const QString& path, bool direct)
     QString source;
     if (path.startsWith('/')) {
         const PanelModel::File target = m_panel.file(path);
-        if (target.state == PanelModel::Absent) {
-            add(true, kRootManifest, kRestart, kCommand,
-                path + " is gone when the command runs (" + target.by +
-                    " removed it): the command fails and the program reports it as run",
-                "a command that names a file the package installs");
+        if (checkTarget(Command, kRootManifest, kRestart, kCommand, path, target.state,
+                        target.by) != PanelModel::Present)
             return;
-        }
-        if (target.state == PanelModel::Unknown) {
-            add(false, kRootManifest, kRestart, kCommand,
-                path + " is not installed by the package: on a panel without it the command "
-                       "fails and the program still reports it as run",
-                "copy " + path + " in the same package");
-            return;
-        }
         source = target.source;
         if (direct && !m_granted.contains(PanelModel::clean(path)))
             add(true, kRootManifest, kRestart, kCommand,

@@ -51,6 +51,21 @@ private:
         int mode, priority;
     };
 
+    // The steps whose target the plan's panel decides (one rule each, with its texts).
+    enum TargetStep
+    {
+        Delete,
+        Grant,
+        RuntimeGrant,
+        Start,
+        Stop,
+        Command
+    };
+    // Reports what a step finds at target in the state the plan has it then; returns the state.
+    PanelModel::State checkTarget(TargetStep kind, const QString& file, const QString& section,
+                                  const QString& key, const QString& target,
+                                  PanelModel::State state, const QString& remover,
+                                  const QString& named = QString());
     void add(bool error, const QString& file, const QString& section, const QString& key,
              const QString& problem, const QString& fix = QString(),
              const QString& expected = QString(), const QString& actual = QString());
