@@ -8,15 +8,6 @@
 
 namespace {
 
-// The text with %1, %2, ... replaced by the values in their order, whichever of them it uses.
-QString fill(const char* text, const QStringList& values)
-{
-    QString out(text);
-    for (int i = values.size(); i > 0; --i)
-        out.replace("%" + QString::number(i), values[i - 1]);
-    return out;
-}
-
 bool sameBytes(const QString& a, const QString& b)
 {
     if (a == b)
@@ -78,6 +69,16 @@ struct PanelRule
 };
 
 } // namespace
+
+QString EndStateCheck::fill(const char* text, const QStringList& values)
+{
+    QString out(text);
+    if (values.size() > 1 && values[1].isEmpty())
+        out.remove(" (%2 removed it)");
+    for (int i = values.size(); i > 0; --i)
+        out.replace("%" + QString::number(i), values[i - 1]);
+    return out;
+}
 
 QString EndStateCheck::runtimeUnit()
 {

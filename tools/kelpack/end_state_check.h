@@ -3,6 +3,7 @@
 #include "panel_model.h"
 
 #include <QString>
+#include <QStringList>
 #include <functional>
 
 // Rules over the panel a whole package leaves behind: every file a step installed is still
@@ -15,6 +16,9 @@ public:
     using Report = std::function<void(bool error, const QString& record, const QString& problem,
                                       const QString& fix)>;
 
+    // A rule's text with %1, %2, ... replaced by values in their order; an empty second value
+    // (the record that removed a file, when none is known) leaves out its parenthesis.
+    static QString fill(const char* text, const QStringList& values);
     // The unit that starts the HMI runtime at boot.
     static QString runtimeUnit();
 

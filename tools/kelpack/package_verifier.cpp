@@ -181,17 +181,6 @@ const TargetRule kTargetRules[] = {
      "copy %1 in the same package"},
 };
 
-// A rule's text with its values; a remover that is not known leaves out its parenthesis.
-QString filled(const char* text, const QStringList& values)
-{
-    QString out(text);
-    if (values.value(1).isEmpty())
-        out.remove(" (%2 removed it)");
-    for (int i = values.size(); i > 0; --i)
-        out.replace("%" + QString::number(i), values[i - 1]);
-    return out;
-}
-
 // A program the shell cannot run unless the file may be executed: a script or a binary.
 bool isExecutable(const QString& path, const QString& name)
 {
@@ -239,10 +228,11 @@ PanelModel::State PackageVerifier::checkTarget(TargetStep kind, const QString& f
     const TargetRule& rule = kTargetRules[kind];
     const QStringList values{target, remover, named, key};
     if (state == PanelModel::Absent)
-        add(true, file, section, key, filled(rule.gone, values), filled(rule.goneFix, values));
+        add(true, file, section, key, EndStateCheck::fill(rule.gone, values),
+            EndStateCheck::fill(rule.goneFix, values));
     else if (state == PanelModel::Unknown)
-        add(false, file, section, key, filled(rule.unknown, values),
-            filled(rule.unknownFix, values));
+        add(false, file, section, key, EndStateCheck::fill(rule.unknown, values),
+            EndStateCheck::fill(rule.unknownFix, values));
     return state;
 }
 
