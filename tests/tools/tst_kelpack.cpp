@@ -38,6 +38,8 @@ private slots:
     void fatalErrorsAreNamed_data();
     void fatalErrorsAreNamed();
     void planOnAListedPanel();
+    void verifyOnAGivenPanel_data();
+    void verifyOnAGivenPanel();
     void defaultPanelIsTheSimulators();
     void englishTextsAreComplete();
     void panelSpeaksEnglish_data();
@@ -368,6 +370,50 @@ void TestKelpack::planOnAListedPanel()
     QVERIFY2(text.contains("End: 14 files installed (12 new, 2 replaced), 0 of the panel's files "
                            "removed; the runtime program is the package's"),
              text.constData());
+}
+
+void TestKelpack::verifyOnAGivenPanel_data()
+{
+    QTest::addColumn<QString>("listing"); // none: the default panel, which decides nothing
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("finding");
+    const QString unit = "/etc/systemd/system/usr_oldlogger.service";
+    const QString folder = "/usr/vorn_app/data/recipes/";
+    // The default panel has no such folder either: only the unit is left to the panel.
+    QTest::newRow("default panel: the unit is up to the panel")
+        << QString() << 1 << "warning: [RESTART] AUTOSTOP: " + unit + " is not shipped";
+    QTest::newRow("the panel has the unit and the folder") << unit + "\n" + folder + "\n"
+                                                           << 0 << QString();
+    QTest::newRow("the panel lacks the unit")
+        << folder + "\n"
+        << 1 << "error: [RESTART] AUTOSTOP: " + unit + " is not on the panel: the run fails";
+    QTest::newRow("the panel lacks the folder")
+        << unit + "\n"
+        << 1 << "error: [FILE3] NAME: names a file in a folder";
+}
+
+void TestKelpack::verifyOnAGivenPanel()
+{
+    QFETCH(QString, listing);
+    QFETCH(int, status);
+    QFETCH(QString, finding);
+    // A unit no copy ships, and a project file in a subfolder the project does not make.
+    const QString source = trees::tree(
+        dir, {"update.ini", "AUTOSTART=kellogger", "AUTOSTART=kellogger\nAUTOSTOP=oldlogger",
+              "project/recipes/r1.rcp", "", "recipe 1", "project/project.ini",
+              "NAME=screen2.scr\nCRC=auto\nSIZE=auto\nDESPATH=$VORN_WORK_DIR/project/screens",
+              "NAME=recipes/r1.rcp\nCRC=auto\nSIZE=auto\nDESPATH=/usr/vorn_app/data"});
+    QStringList args{"verify", source};
+    if (!listing.isNull()) {
+        fixture::writeFile(dir + "/given.txt", listing.toUtf8());
+        args << "--panel" << dir + "/given.txt";
+    }
+    QByteArray out;
+    QCOMPARE(kelpack(args, &out), status);
+    if (finding.isEmpty())
+        QVERIFY2(out.contains("no errors, no warnings"), out.constData());
+    else
+        QVERIFY2(out.contains(finding.toUtf8()), out.constData());
 }
 
 void TestKelpack::defaultPanelIsTheSimulators()

@@ -25,6 +25,7 @@ const char kUsage[] =
     "       kelpack build PACKAGE_TREE OUTDIR [--program PATH] [--arch ARCH] [--force]\n"
     "                     [--sign SECRET_KEY] [--despite-errors]\n"
     "       kelpack verify PACKAGE_TREE|STICK_PACKAGE_DIR [--json] [--keys PUBLIC_KEY_DIR]\n"
+    "                      [--panel DIR|LISTING]\n"
     "       kelpack verify IMAGE.swu --cms-cert CERT [--json] [--keys PUBLIC_KEY_DIR]\n"
     "       kelpack plan PACKAGE_TREE|STICK_PACKAGE_DIR [--panel DIR|LISTING] [--json|--files]\n"
     "       kelpack info PACKAGE_TREE|STICK_PACKAGE_DIR [--json]   (the same as plan)\n"
@@ -41,7 +42,8 @@ const char kUsage[] =
     "adds, replaces and removes there, on the simulator's default panel or on the one --panel\n"
     "names: a copy of a panel's root folder, or a file listing its paths; --files prints only\n"
     "\"PATH<tab>SOURCE\" for each file left installed. verify predicts what the panel meets:\n"
-    "errors fail or harm every panel, warnings depend on the panel. build checks the same and\n"
+    "errors fail or harm every panel, warnings depend on the panel; with --panel, what that\n"
+    "panel lacks is an error and what it has is no warning. build checks the same and\n"
     "writes a new stick into OUTDIR only without errors; OUTDIR must be new or empty, --force\n"
     "replaces only the stick's own entries there (the package folder, language/, config/, qws/).\n"
     "--despite-errors writes a stick that has errors, to show on a test panel what they do.\n"
@@ -148,8 +150,10 @@ bool check(const QString& path, const QString& keysDir, VerifyReport* report, QS
     }
     PackageVerifier verifier(package, tree ? path : QString());
     verifier.setTrustedKeys(keysDir);
-    // Without a panel of their own, plans are made on the one the simulator seeds.
-    if (!verifier.setPanel(panel.isEmpty() ? ":/kelpack/default-panel.txt" : panel, error))
+    // Without a panel of their own, plans are made on the one the simulator seeds, which
+    // decides nothing the package leaves to the panel.
+    if (!verifier.setPanel(panel.isEmpty() ? ":/kelpack/default-panel.txt" : panel, error,
+                           !panel.isEmpty()))
         return false;
     verifier.setSignatureAudited(!tree);
     verifier.verify();
@@ -185,7 +189,8 @@ int verify(const Arguments& args)
     }
     VerifyReport report;
     QString error;
-    if (!check(target, args.options.value("--keys"), &report, &error))
+    if (!check(target, args.options.value("--keys"), &report, &error, nullptr,
+               args.options.value("--panel")))
         return fail(error, json, target);
     const QString package = QDir(target).absolutePath();
     if (args.options.contains("--json")) {
@@ -198,7 +203,9 @@ int verify(const Arguments& args)
             puts("no errors, no warnings: the panel meets nothing that fails or surprises");
         else
             printf("%d errors, %d warnings%s\n", errors, warnings,
-                   errors ? "" : ": the outcome depends on the panel");
+                   errors || args.options.contains("--panel")
+                       ? ""
+                       : ": the outcome depends on the panel");
     }
     return report.hasErrors() ? 1 : 0;
 }
@@ -304,7 +311,7 @@ int main(int argc, char** argv)
     if (command == "build")
         args = parse(rest, {"--force", "--despite-errors"}, {"--program", "--arch", "--sign"});
     else if (command == "verify")
-        args = parse(rest, {"--json"}, {"--keys", "--cms-cert"});
+        args = parse(rest, {"--json"}, {"--keys", "--cms-cert", "--panel"});
     else if (command == "swu")
         args = parse(rest, {"--force"}, {"--cms-key", "--cms-cert"});
     else if (command == "info" || command == "plan")

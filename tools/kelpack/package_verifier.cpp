@@ -13,6 +13,7 @@
 #include "package_signer.h"
 #include "program_arch.h"
 #include "qsettingsfactory.h"
+#include "record_rules.h"
 #include "stick_builder.h"
 #include "stick_manifest.h"
 #include "stick_sources.h"
@@ -53,13 +54,6 @@ public:
 template <typename Worker> void collect(Worker* worker, MessageCollector* collector)
 {
     QObject::connect(worker, &Worker::emitMessage, collector, &MessageCollector::take);
-}
-
-// Paths reach the shell unquoted: these characters split or expand them.
-bool shellSafe(const QString& text)
-{
-    static const QRegularExpression unsafe("[\\s;&|<>()$`\\\\\"'*?\\[\\]#~]");
-    return !text.contains(unsafe);
 }
 
 QString modeText(int mode)
@@ -134,7 +128,8 @@ QStringList commandFiles(const QString& command, bool* runDirectly)
 }
 
 // What a step finds at its target, as the plan has the panel at that moment: a target already
-// gone fails every panel (error), one the package does not make is up to the panel (warning).
+// gone fails every panel (error), one the package does not make is up to the panel (warning),
+// unless the panel is given: then it is there or missing for certain.
 // %1: the target, %2: the record that removed it, %3: what the step names, %4: the key.
 struct TargetRule
 {
@@ -142,6 +137,7 @@ struct TargetRule
     const char* goneFix;
     const char* unknown;
     const char* unknownFix;
+    const char* missing; // from a panel named with --panel, which is certain
 };
 const TargetRule kTargetRules[] = {
     // PackageVerifier::Delete
@@ -151,34 +147,42 @@ const TargetRule kTargetRules[] = {
      "%1 is not a file the package creates: whether it exists depends on the panel. On a panel "
      "without it, a second run of this stick included, the run fails under -s and shows a red "
      "line without -s",
-     "keep the record only if every panel still has the file"},
+     "keep the record only if every panel still has the file",
+     "%1 is not on the panel: under -s the check of the delete set fails the run, without -s the "
+     "panel shows a red line"},
     // PackageVerifier::Grant
     {"%1 is gone when the right is granted (%2 removed it): the run fails",
      "grant only files the package installs",
      "%1 is not installed by the package: the run fails on a panel without it",
-     "copy the file in the same package, or keep the record only if every panel has it"},
+     "copy the file in the same package, or keep the record only if every panel has it",
+     "%1 is neither on the panel nor installed by the package: the run fails"},
     // PackageVerifier::RuntimeGrant
     {"%1 is not there when the right is granted (%2 removed it): chmod fails unseen and the "
      "program reports success",
      "the name of a file the records install in %3",
      "%1 is not installed by the package: it is made executable only if the panel has it",
-     "the name of a file the records install in %3"},
+     "the name of a file the records install in %3",
+     "%1 is neither on the panel nor installed by the package: chmod fails unseen and the "
+     "program reports success"},
     // PackageVerifier::Start
     {"%1 is gone by then (%2 removed it): the run fails", "remove %3 from %4",
      "%1 is a unit no copy ships: the run fails at its last step on a panel without it",
-     "a copy of the unit with DESTPATH=%1"},
+     "a copy of the unit with DESTPATH=%1",
+     "%1 is neither on the panel nor shipped by a copy: the run fails at its last step"},
     // PackageVerifier::Stop
     {"%1 is gone by then (%2 removed it): the run fails", "remove %3 from %4",
      "%1 is not shipped by the package: the run fails on a panel without it, a second run of "
      "this stick included",
-     "keep it only if every panel has the unit"},
+     "keep it only if every panel has the unit", "%1 is not on the panel: the run fails"},
     // PackageVerifier::Command
     {"%1 is gone when the command runs (%2 removed it): the command fails and the program "
      "reports it as run",
      "a command that names a file the package installs",
      "%1 is not installed by the package: on a panel without it the command fails and the "
      "program still reports it as run",
-     "copy %1 in the same package"},
+     "copy %1 in the same package",
+     "%1 is neither on the panel nor installed by the package: the command fails and the "
+     "program still reports it as run"},
 };
 
 // A program the shell cannot run unless the file may be executed: a script or a binary.
@@ -227,6 +231,13 @@ PanelModel::State PackageVerifier::checkTarget(TargetStep kind, const QString& f
 {
     const TargetRule& rule = kTargetRules[kind];
     const QStringList values{target, remover, named, key};
+    if (state == PanelModel::Unknown && m_panelCertain) {
+        if (m_panelFiles.contains(PanelModel::clean(target)))
+            return PanelModel::Present;
+        add(true, file, section, key, EndStateCheck::fill(rule.missing, values),
+            EndStateCheck::fill(rule.unknownFix, values));
+        return PanelModel::Absent;
+    }
     if (state == PanelModel::Absent)
         add(true, file, section, key, EndStateCheck::fill(rule.gone, values),
             EndStateCheck::fill(rule.goneFix, values));
@@ -249,6 +260,14 @@ void PackageVerifier::step(const QString& action, const QString& target, const Q
     m_report.addStep({m_phase, action, target, source, detail, change});
 }
 
+PanelModel::State PackageVerifier::dirState(const QString& dir) const
+{
+    const PanelModel::State state = m_panel.dirState(dir);
+    if (state != PanelModel::Unknown || !m_panelCertain)
+        return state;
+    return m_panelDirs.contains(PanelModel::clean(dir)) ? PanelModel::Present : PanelModel::Absent;
+}
+
 QString PackageVerifier::changeOf(const QString& path) const
 {
     switch (m_panel.file(path).state) {
@@ -264,8 +283,9 @@ QString PackageVerifier::changeOf(const QString& path) const
     return m_panelFiles.contains(PanelModel::clean(path)) ? "replaces" : "adds";
 }
 
-bool PackageVerifier::setPanel(const QString& copyOrListing, QString* error)
+bool PackageVerifier::setPanel(const QString& copyOrListing, QString* error, bool certain)
 {
+    m_panelCertain = certain;
     const QFileInfo given(copyOrListing);
     m_panelFiles.clear();
     if (given.isDir()) {
@@ -329,9 +349,16 @@ void PackageVerifier::summarizeEndState()
                            .arg(end.replaced.size())
                            .arg(end.removed.size());
     const PanelModel::File program = m_panel.file(kel::kVornAppProgram);
-    end.summary += program.state == PanelModel::Absent    ? "; the runtime program is gone"
-                   : program.state == PanelModel::Present ? "; the runtime program is the package's"
-                                                          : "; the runtime program stays as it was";
+    if (program.state == PanelModel::Absent)
+        end.summary += "; the runtime program is gone";
+    else if (program.state == PanelModel::Present)
+        end.summary += "; the runtime program is the package's";
+    else if (!m_panelCertain)
+        end.summary += "; the runtime program stays as it was";
+    else
+        end.summary += m_panelFiles.contains(kel::kVornAppProgram)
+                           ? "; the runtime program stays the panel's own"
+                           : "; the panel has no runtime program";
     m_report.setEndState(end);
 }
 
@@ -590,24 +617,29 @@ void PackageVerifier::walkPrepare(GenerateConfigInfo& root)
     m_phase = "prepare";
     step("stop the HMI runtime", kel::kVornAppProgram, QString(),
          "asked to exit, killed after 3 s");
-    const QString section = kPrepare + QString("1");
     // ps shows a program name cut to this many characters.
     const int commLength = 15;
     for (const QString& name : entries(root.getPrepareInfo().value(0), kStopProc)) {
         step("kill", name);
-        if (!shellSafe(name))
-            add(true, kRootManifest, section, kStopProc,
-                "\"" + name + "\" reaches the shell unquoted and is split or expanded there",
-                "the program's plain name");
-        else if (name.size() > commLength)
-            add(true, kRootManifest, section, kStopProc,
-                QString("\"%1\" has %2 characters, but the process list shows at most %3: the "
-                        "panel never finds the program, so it keeps running during the update")
-                    .arg(name)
-                    .arg(name.size())
-                    .arg(commLength),
-                QString(kStopProc) + "=" + name.left(commLength));
+        ManifestRecord record(kPrepare + QString("1"));
+        record.set(kStopProc, name);
+        if (name.size() > commLength) {
+            record.set("length", QString::number(name.size()));
+            record.set("shown", QString::number(commLength));
+            record.set("cut", name.left(commLength));
+        }
+        judge(RecordRules::StopProc, kRootManifest, record);
     }
+}
+
+bool PackageVerifier::judge(RecordRules::Kind kind, const QString& file, ManifestRecord& record)
+{
+    return RecordRules::check(
+        kind, record,
+        [&](bool error, const QString& key, const QString& problem, const QString& fix,
+            const QString& expected, const QString& actual) {
+            add(error, file, record.section(), key, problem, fix, expected, actual);
+        });
 }
 
 void PackageVerifier::walkOperations(const QString& folder, const QString& file)
@@ -659,95 +691,20 @@ void PackageVerifier::walkCopies(const QString& folder, const QString& file, QSe
     std::stable_sort(records.begin(), records.end(), [](const CopyRecord& a, const CopyRecord& b) {
         return a.priority < b.priority;
     });
-    QMap<QString, int> written;
+    QMap<QString, QString> written; // destination -> the record that writes it
     for (const CopyRecord& r : records) {
-        const QString section = kCopy + QString::number(r.number);
-        if (r.mode < 0 || r.mode > 2) {
-            add(true, file, section, kMode,
-                QString("%1 is no mode: the program skips the record without a word").arg(r.mode),
-                "MODE=0 (a file), 1 (the files of a folder) or 2 (a folder tree)");
+        ManifestRecord record = copyRecord(folder, file, r);
+        if (written.contains(r.dest))
+            record.set("writtenBy", written.value(r.dest));
+        if (!judge(RecordRules::Copy, file, record))
             continue;
-        }
+        written.insert(r.dest, record.section());
         const QString source = stickPath(folder, r.src);
-        bool usable = true;
-        if (r.src.isEmpty()) {
-            add(true, file, section, kSrcPath, "is missing or empty: the copy has no source",
-                QString(kSrcPath) + "=./path/in/the/package");
-            usable = false;
-        } else if (m_outside.contains(file + " [" + section + "]")) {
-            usable = false;
-        } else if (r.mode == 0 ? !QFileInfo(source).isFile() : !QFileInfo(source).isDir()) {
-            QStringList candidates;
-            QDirIterator it(m_dir + "/" + folder, QDir::Files | QDir::Hidden,
-                            QDirIterator::Subdirectories);
-            while (it.hasNext())
-                candidates << "./" + QDir(m_dir + "/" + folder).relativeFilePath(it.next());
-            const QString near = ManifestLint::nearest(r.src, candidates);
-            add(true, file, section, kSrcPath,
-                QString("%1 is not a %2 of the package (looked for %3): the copy fails")
-                    .arg(r.src, r.mode == 0 ? "file" : "folder",
-                         QDir(m_dir).relativeFilePath(source)),
-                near.isEmpty() ? QString("the path of the %1 relative to %2/")
-                                     .arg(r.mode == 0 ? "file" : "folder", folder)
-                               : QString(kSrcPath) + "=" + near + " (did you mean " + near + "?)");
-            usable = false;
-        }
-        if (r.dest.isEmpty()) {
-            add(true, file, section, kDestPath,
-                "is missing or empty: the program stages the file as \".tmp\" on the stick, "
-                "it never reaches the panel, and the run still reports success",
-                QString(kDestPath) + "=/absolute/path/on/the/panel");
-            continue;
-        }
-        if (!r.dest.startsWith('/')) {
-            add(true, file, section, kDestPath,
-                r.dest + " is relative: the program writes it inside the package folder on the "
-                         "stick, not on the panel",
-                QString(kDestPath) + "=/" + r.dest);
-            continue;
-        }
-        if (r.mode == 0 && r.dest.endsWith('/')) {
-            add(true, file, section, kDestPath,
-                "ends with \"/\": a file copy needs the file's own name and fails",
-                QString(kDestPath) + "=" + r.dest + QFileInfo(r.src).fileName());
-            continue;
-        }
-        if (written.contains(r.dest)) {
-            add(true, file, section, kDestPath,
-                QString("%1 is also written by [%2%3]: both are staged as %1.tmp, so the later "
-                        "one replaces the earlier and the panel reports a failed rename")
-                    .arg(r.dest, kCopy)
-                    .arg(written.value(r.dest)),
-                "one record per destination");
-            continue;
-        }
-        written.insert(r.dest, r.number);
-        if (r.mode == 0 && usable && r.crc != "AUTO") {
-            static const QRegularExpression hex("^[0-9A-F]{1,8}$");
-            const QString actual = crcOf(source).toUpper();
-            if (r.crc.isEmpty())
-                add(false, file, section, kCrc32, "is empty: the file is copied without any check",
-                    QString(kCrc32) + "=auto");
-            else if (!hex.match(r.crc).hasMatch() || r.crc.startsWith('0') || r.crc != actual)
-                add(true, file, section, kCrc32,
-                    "does not match the file" +
-                        QString(r.crc.startsWith('0') ? " (the program never matches a leading "
-                                                        "zero)"
-                                                      : "") +
-                        ": the panel refuses the copy",
-                    QString(kCrc32) + "=auto", r.crc, actual);
-            const QString actualSize = QString::number(QFileInfo(source).size());
-            if (!r.sizeText.isEmpty() && r.sizeText != "auto" && r.sizeText != actualSize)
-                add(false, file, section, kSize,
-                    "does not match the file; the program does not check it, but the record is "
-                    "out of date",
-                    QString(kSize) + "=auto", r.sizeText, actualSize);
-        }
         step("copy " + modeText(r.mode), r.dest, QDir(m_dir).relativeFilePath(source),
              r.mode == 0 && !r.crc.isEmpty() ? "CRC-32 " + r.crc : QString());
-        if (!usable)
+        if (record.has("unusable"))
             continue;
-        const QString by = file + " [" + section + "]";
+        const QString by = file + " [" + record.section() + "]";
         if (r.mode == 0) {
             m_panel.install(r.dest, source, by);
             continue;
@@ -759,6 +716,40 @@ void PackageVerifier::walkCopies(const QString& folder, const QString& file, QSe
             m_panel.install(r.dest + "/" + QDir(source).relativeFilePath(from), from, by);
         }
     }
+}
+
+ManifestRecord PackageVerifier::copyRecord(const QString& folder, const QString& file,
+                                           const CopyRecord& r) const
+{
+    ManifestRecord record(kCopy + QString::number(r.number));
+    record.set(kSrcPath, r.src);
+    record.set(kDestPath, r.dest);
+    record.set(kCrc32, r.crc);
+    record.set(kSize, r.sizeText);
+    record.set("mode", QString::number(r.mode));
+    record.set("folder", folder);
+    record.set("srcName", QFileInfo(r.src).fileName());
+    record.set("kind", r.mode == 0 ? "file" : "folder");
+    const QString source = stickPath(folder, r.src);
+    record.set("looked", QDir(m_dir).relativeFilePath(source));
+    if (m_outside.contains(file + " [" + record.section() + "]")) {
+        record.set("outside", "1");
+        record.set("unusable", "1");
+    } else if (r.mode == 0 ? QFileInfo(source).isFile() : QFileInfo(source).isDir()) {
+        record.set("found", "1");
+    } else if (!r.src.isEmpty()) {
+        QStringList candidates;
+        QDirIterator it(m_dir + "/" + folder, QDir::Files | QDir::Hidden,
+                        QDirIterator::Subdirectories);
+        while (it.hasNext())
+            candidates << "./" + QDir(m_dir + "/" + folder).relativeFilePath(it.next());
+        record.set("near", ManifestLint::nearest(r.src, candidates));
+    }
+    if (r.mode == 0 && record.has("found") && !r.crc.isEmpty() && r.crc != "AUTO") {
+        record.set("actualCrc", crcOf(source).toUpper());
+        record.set("actualSize", QString::number(QFileInfo(source).size()));
+    }
+    return record;
 }
 
 void PackageVerifier::walkDeletes(const QString& file, QSettings& manifest)
@@ -776,20 +767,11 @@ void PackageVerifier::walkDeletes(const QString& file, QSettings& manifest)
         [](const DeleteRecord& a, const DeleteRecord& b) { return a.priority < b.priority; });
     for (const DeleteRecord& r : records) {
         const QString section = kDelete + QString::number(r.number);
-        if (r.mode < 0 || r.mode > 2) {
-            add(true, file, section, kMode,
-                QString("%1 is no mode: the program skips the record without a word").arg(r.mode),
-                "MODE=0 (a file), 1 (the files of a folder) or 2 (a folder tree)");
+        ManifestRecord record(section);
+        record.set(kSrcPath, r.path);
+        record.set("mode", QString::number(r.mode));
+        if (!judge(RecordRules::Delete, file, record))
             continue;
-        }
-        if (!r.path.startsWith('/')) {
-            add(true, file, section, kSrcPath,
-                (r.path.isEmpty() ? QString("is missing or empty")
-                                  : r.path + " is relative: the program deletes it inside the "
-                                             "package folder on the stick"),
-                QString(kSrcPath) + "=/absolute/path/on/the/panel");
-            continue;
-        }
         step("delete " + modeText(r.mode), r.path);
         const QString by = file + " [" + section + "]";
         checkTarget(Delete, file, section, kSrcPath, r.path,
@@ -813,16 +795,10 @@ void PackageVerifier::walkGrants(const QString& file, QSettings& manifest)
     for (auto it = paths.constBegin(); it != paths.constEnd(); ++it) {
         const QString section = kExe + QString::number(it.value());
         const QString& path = it.key();
-        if (!path.startsWith('/') || !shellSafe(path)) {
-            add(true, file, section, kSrcPath,
-                path.isEmpty()
-                    ? QString("is missing or empty")
-                    : path + (path.startsWith('/') ? " reaches the shell unquoted and is split or "
-                                                     "expanded there"
-                                                   : " is relative: it names a file on the stick"),
-                QString(kSrcPath) + "=/absolute/path/without/blanks");
+        ManifestRecord record(section);
+        record.set(kSrcPath, path);
+        if (!judge(RecordRules::Grant, file, record))
             continue;
-        }
         step("make executable", path);
         const PanelModel::File target = m_panel.file(path);
         checkTarget(Grant, file, section, kSrcPath, path, target.state, target.by);
@@ -856,42 +832,35 @@ void PackageVerifier::walkRuntime()
         QDir::setCurrent(back);
         return;
     }
-    const QString vornDir = QString(kel::kVornAppDir) + "/";
     QVector<downLoadVorn_app::FILE_INFO> records = runtime.fileInfos();
+    const QVector<bool> usable = clearRuntime(file, records);
+    copyRuntime(file, runtime, records, usable);
+    checkInstalledRuntime(runtime.versionFile());
+    checkUnshippedRuntime(file, runtime.versionFile());
+    const QString vornDir = QString(kel::kVornAppDir) + "/";
+    step("unscramble in place", vornDir + kRootManifest);
+    m_panel.rewrite(vornDir + kRootManifest);
+    shortenRuntimeLibraries(file);
+    checkRuntimeLibraries(file);
+    grantRuntime(file, runtime.exeFiles());
+    QDir::setCurrent(back);
+}
+
+QVector<bool> PackageVerifier::clearRuntime(const QString& file,
+                                            const QVector<downLoadVorn_app::FILE_INFO>& records)
+{
+    // Every record's old files go before anything is copied.
     QVector<bool> usable(records.size(), true);
-    // Clearing: every record's old files go before anything is copied.
     for (int i = 0; i < records.size(); ++i) {
         const downLoadVorn_app::FILE_INFO& r = records[i];
-        const QString section = kRuntimeFile + QString::number(i + 1);
-        if (!r.des_path.startsWith('/') || !r.des_path.endsWith('/')) {
-            add(true, file, section, kDesPath,
-                "\"" + r.des_path +
-                    "\" must be an absolute folder ending with \"/\": the "
-                    "program joins it to the file names as it is",
-                QString(kDesPath) + "=" + vornDir);
-            usable[i] = false;
-        }
-        if (!r.src_path.endsWith('/')) {
-            add(true, file, section, kSrcPathRuntime,
-                "\"" + r.src_path +
-                    "\" must end with \"/\": the program joins it to the file "
-                    "names as it is (\"" +
-                    r.src_path + r.file_name + "\")",
-                QString(kSrcPathRuntime) + "=" + r.src_path + "/");
-            usable[i] = false;
-        }
-        if (r.file_name.isEmpty()) {
-            add(true, file, section, kFileName, "is missing or empty: the record names no file",
-                QString(kFileName) + "=* (every file of src_path) or one file name");
-            usable[i] = false;
-        }
+        ManifestRecord record = runtimeRecord(i, r);
+        usable[i] = judge(RecordRules::RuntimeRecord, file, record) && !record.has("unusable");
         if (!usable[i])
             continue;
-        const QString by = file + " [" + section + "]";
+        const QString by = file + " [" + record.section() + "]";
         if (r.file_name == "*") {
             step("remove old files", r.des_path, QString(),
-                 "every file directly in it but the "
-                 "start-up images");
+                 "every file directly in it but the start-up images");
             m_panel.clearFiles(r.des_path, &downLoadVorn_app::keptWhenClearing, by);
         } else {
             step("remove old file", r.des_path + r.file_name);
@@ -899,52 +868,43 @@ void PackageVerifier::walkRuntime()
         }
         m_panel.makeDir(r.des_path);
     }
-    // Copies: the first pass leaves the files the delayed patterns select for the second.
+    return usable;
+}
+
+ManifestRecord PackageVerifier::runtimeRecord(int index, const downLoadVorn_app::FILE_INFO& r)
+{
+    ManifestRecord record(kRuntimeFile + QString::number(index + 1));
+    record.set(kDesPath, r.des_path);
+    record.set(kSrcPathRuntime, r.src_path);
+    record.set(kFileName, r.file_name);
+    record.set(kDelayCopy, r.delaycopy_file.join(','));
+    record.set("runtimeDir", QString(kel::kVornAppDir) + "/");
+    return record;
+}
+
+void PackageVerifier::copyRuntime(const QString& file, downLoadVorn_app& runtime,
+                                  QVector<downLoadVorn_app::FILE_INFO>& records,
+                                  const QVector<bool>& usable)
+{
+    // The first pass leaves the files the delayed patterns select for the second.
     for (int pass = 0; pass < 2; ++pass) {
         for (int i = 0; i < records.size(); ++i) {
             downLoadVorn_app::FILE_INFO* r = &records[i];
-            const QString section = kRuntimeFile + QString::number(i + 1);
-            const QString by = file + " [" + section + "]";
-            if (!usable[i] || m_outside.contains(by))
+            ManifestRecord record = runtimeRecord(i, *r);
+            if (!usable[i] || m_outside.contains(file + " [" + record.section() + "]"))
                 continue;
             if (r->file_name != "*") {
-                if (pass == 1)
-                    continue;
-                const QString source = stickPath(kRuntimeFolder, r->src_path + r->file_name);
-                if (!r->delaycopy_file.isEmpty())
-                    add(true, file, section, kDelayCopy,
-                        "works only on a file_name=* record: the program fails the "
-                        "installation after copying (\"delayed copy ... missing\")",
-                        "remove delaycopy_file here, or copy the folder with file_name=*");
-                if (!QFileInfo(source).isFile()) {
-                    add(true, file, section, kFileName,
-                        r->src_path + r->file_name +
-                            " is not a file of vorn_app/: the copy fails after the old "
-                            "runtime was removed",
-                        "the name of a file in vorn_app/" + r->src_path.mid(2));
-                    continue;
-                }
-                const QString folder = (r->des_path + r->file_name).section('/', 0, -2);
-                if (r->file_name.contains('/') && m_panel.dirState(folder) != PanelModel::Present)
-                    add(true, file, section, kFileName,
-                        "names a file in a folder: the program creates only des_path, so "
-                        "writing " +
-                            r->des_path + r->file_name + " fails",
-                        QString(kFileName) + "=" + QFileInfo(r->file_name).fileName() + " and " +
-                            kDesPath + "=" + folder + "/");
-                step("copy", r->des_path + r->file_name, QDir(m_dir).relativeFilePath(source));
-                m_panel.install(r->des_path + r->file_name, source, by);
+                if (pass == 0)
+                    copyRuntimeFile(file, record);
                 continue;
             }
             const QString sourceDir = stickPath(kRuntimeFolder, r->src_path);
-            if (!QFileInfo(sourceDir).isDir()) {
-                if (pass == 0)
-                    add(true, file, section, kSrcPathRuntime,
-                        r->src_path + " is not a folder of vorn_app/: the copy fails after the "
-                                      "old runtime was removed",
-                        QString(kSrcPathRuntime) + "=./");
+            if (QFileInfo(sourceDir).isDir())
+                record.set("found", "1");
+            else if (pass == 1)
                 continue;
-            }
+            if (!judge(RecordRules::RuntimeFolder, file, record))
+                continue;
             const QStringList names =
                 QDir(sourceDir).entryList(QDir::Files | QDir::Hidden, QDir::Name);
             for (const QString& name : names) {
@@ -953,56 +913,83 @@ void PackageVerifier::walkRuntime()
                     continue;
                 step(pass == 1 ? "copy last" : "copy", r->des_path + name,
                      QDir(m_dir).relativeFilePath(sourceDir + "/" + name));
-                m_panel.install(r->des_path + name, sourceDir + "/" + name, by);
+                m_panel.install(r->des_path + name, sourceDir + "/" + name,
+                                file + " [" + record.section() + "]");
             }
-            if (pass == 0)
-                continue;
-            for (const QString& pattern : r->delaycopy_file) {
-                const bool matched = pattern.endsWith('+') ? r->delaycopy_hit.contains(pattern)
-                                                           : names.contains(pattern);
-                if (!matched)
-                    add(true, file, section, kDelayCopy,
-                        "the pattern \"" + pattern + "\" selects no file of " + r->src_path +
-                            ": the program fails the installation after copying everything",
-                        "a file name of that folder, or a prefix followed by \"+\"");
-            }
+            if (pass == 1)
+                checkDelayPatterns(file, record.section(), *r, names);
         }
     }
-    checkInstalledRuntime(runtime.versionFile());
-    checkUnshippedRuntime(file, runtime.versionFile());
-    step("unscramble in place", vornDir + kRootManifest);
-    m_panel.rewrite(vornDir + kRootManifest);
-    // Versioned libraries get their short names; then the listed files are made executable.
+}
+
+void PackageVerifier::copyRuntimeFile(const QString& file, ManifestRecord& record)
+{
+    const QString name = record.value(kFileName);
+    const QString target = record.value(kDesPath) + name;
+    const QString source = stickPath(kRuntimeFolder, record.value(kSrcPathRuntime) + name);
+    const QString folder = target.section('/', 0, -2);
+    if (QFileInfo(source).isFile())
+        record.set("found", "1");
+    if (name.contains('/') && dirState(folder) != PanelModel::Present)
+        record.set("folderMissing", folder);
+    record.set("inPackage", record.value(kSrcPathRuntime).mid(2));
+    record.set("baseName", QFileInfo(name).fileName());
+    if (!judge(RecordRules::RuntimeFile, file, record))
+        return;
+    step("copy", target, QDir(m_dir).relativeFilePath(source));
+    m_panel.install(target, source, file + " [" + record.section() + "]");
+}
+
+void PackageVerifier::checkDelayPatterns(const QString& file, const QString& section,
+                                         const downLoadVorn_app::FILE_INFO& r,
+                                         const QStringList& names)
+{
+    for (const QString& pattern : r.delaycopy_file) {
+        const bool matched =
+            pattern.endsWith('+') ? r.delaycopy_hit.contains(pattern) : names.contains(pattern);
+        if (!matched)
+            add(true, file, section, kDelayCopy,
+                "the pattern \"" + pattern + "\" selects no file of " + r.src_path +
+                    ": the program fails the installation after copying everything",
+                "a file name of that folder, or a prefix followed by \"+\"");
+    }
+}
+
+void PackageVerifier::shortenRuntimeLibraries(const QString& file)
+{
+    // Versioned libraries get their short names before the listed files are made executable.
+    const QString vornDir = QString(kel::kVornAppDir) + "/";
     QMap<QString, QString> shortened; // short name -> the file renamed to it
     for (const QString& path : m_panel.presentIn(vornDir)) {
         const QString name = QFileInfo(path).fileName();
         const QString shortName = name.section('.', 0, 2);
-        if (name.contains(".so.") && shortName != name) {
-            step("rename", vornDir + name, QString(), "to " + shortName);
-            if (shortened.contains(shortName))
-                add(true, file, m_panel.file(path).by.section('[', 1).section(']', 0, 0), kFileName,
-                    QString("%1 and %2 both get the short name %3: one rename replaces the "
-                            "other's file, so the panel may keep the wrong one as %3")
-                        .arg(shortened.value(shortName), name, shortName),
-                    "ship only one file whose name begins with " + shortName);
-            shortened.insert(shortName, name);
-            m_panel.rename(path, vornDir + shortName, file + " (short library names)");
-        }
+        if (!name.contains(".so.") || shortName == name)
+            continue;
+        step("rename", vornDir + name, QString(), "to " + shortName);
+        if (shortened.contains(shortName))
+            add(true, file, m_panel.file(path).by.section('[', 1).section(']', 0, 0), kFileName,
+                QString("%1 and %2 both get the short name %3: one rename replaces the other's "
+                        "file, so the panel may keep the wrong one as %3")
+                    .arg(shortened.value(shortName), name, shortName),
+                "ship only one file whose name begins with " + shortName);
+        shortened.insert(shortName, name);
+        m_panel.rename(path, vornDir + shortName, file + " (short library names)");
     }
-    checkRuntimeLibraries(file);
+}
+
+void PackageVerifier::grantRuntime(const QString& file, const QStringList& names)
+{
+    const QString vornDir = QString(kel::kVornAppDir) + "/";
     QSet<QString> granted;
-    for (int m = 0; m < runtime.exeFiles().size(); ++m) {
-        const QString name = runtime.exeFiles()[m];
-        const QString section = kRuntimeExe + QString::number(m + 1);
+    for (int m = 0; m < names.size(); ++m) {
+        const QString& name = names[m];
         const QString path = name.startsWith('/') ? name : vornDir + name;
+        ManifestRecord record(kRuntimeExe + QString::number(m + 1));
+        record.set(kFileName, name);
         step("make executable", path);
         const PanelModel::File target = m_panel.file(path);
-        if (!shellSafe(name))
-            add(true, file, section, kFileName,
-                "\"" + name + "\" reaches the shell unquoted and is split or expanded there",
-                "a file name without blanks or shell characters");
-        else
-            checkTarget(RuntimeGrant, file, section, kFileName, path,
+        if (judge(RecordRules::RuntimeGrant, file, record))
+            checkTarget(RuntimeGrant, file, record.section(), kFileName, path,
                         name.isEmpty() ? PanelModel::Absent : target.state, target.by, vornDir);
         granted.insert(PanelModel::clean(path));
         m_granted.insert(PanelModel::clean(path));
@@ -1020,10 +1007,9 @@ void PackageVerifier::walkRuntime()
                 (program ? QString(": the panel cannot start its runtime") : QString()),
             QString("[%1%2] %3=%4 and %5=%2")
                 .arg(kRuntimeExe)
-                .arg(runtime.exeFiles().size() + 1)
+                .arg(names.size() + 1)
                 .arg(kFileName, QFileInfo(path).fileName(), kFileNum));
     }
-    QDir::setCurrent(back);
 }
 
 void PackageVerifier::checkInstalledRuntime(const QString& versionFile)
@@ -1186,87 +1172,32 @@ void PackageVerifier::walkProject()
     step("replace folder", projectDir, QString(), "the old project is removed first");
     m_panel.removeTree(projectDir, file);
     m_panel.makeDir(projectDir);
-    static const QRegularExpression reference("\\$([A-Za-z_][A-Za-z0-9_]*)");
-    QMap<QString, int> written;
+    QMap<QString, QString> written; // destination -> the record that writes it
     const int count = manifest.value(QString(kGlobal) + "/" + kFileCount).toInt();
     for (int n = 1; n <= count && n <= kel::kMaxManifestCount; ++n) {
-        const QString section = kProjectFile + QString::number(n);
-        const QString group = section + "/";
-        const QString name = manifest.value(group + kName).toString();
-        const QString crc = manifest.value(group + kCrc).toString();
-        const QString size = manifest.value(group + kSize).toString();
-        QString desPath = manifest.value(group + kDesPathProject).toString();
-        const QString source = QDir::cleanPath(folder + "/" + name);
-        if (m_outside.contains(file + " [" + section + "]"))
+        ManifestRecord record(kProjectFile + QString::number(n));
+        if (m_outside.contains(file + " [" + record.section() + "]"))
             continue;
-        if (name.isEmpty() || !QFileInfo(source).isFile()) {
-            add(true, file, section, kName,
-                name.isEmpty() ? QString("is missing or empty")
-                               : name + " is not a file of project/: the check fails",
-                QString(kName) + "=the name of a file in project/");
+        for (const char* key : kProjectRecordKeys)
+            record.set(key, manifest.value(record.section() + "/" + key).toString());
+        const QString source = QDir::cleanPath(folder + "/" + record.value(kName));
+        readProjectRecord(source, record);
+        if (!judge(RecordRules::ProjectFile, file, record))
             continue;
-        }
-        bool unknownVariable = false;
-        QRegularExpressionMatchIterator references = reference.globalMatch(desPath);
-        while (references.hasNext()) {
-            const QRegularExpressionMatch match = references.next();
-            if (match.captured(1) == kel::kVornWorkDirVariable)
-                continue;
-            unknownVariable = true;
-            add(true, file, section, kDesPathProject,
-                "$" + match.captured(1) +
-                    " is no variable the updater sets: the program leaves "
-                    "it as written, so the path is relative and the file "
-                    "is written onto the stick",
-                QString(kDesPathProject) + "=" +
-                    QString(desPath).replace(match.captured(),
-                                             QString("$") + kel::kVornWorkDirVariable) +
-                    " (did you mean $" + kel::kVornWorkDirVariable + "?)");
-        }
-        if (unknownVariable)
-            continue;
-        desPath.replace(QString("$") + kel::kVornWorkDirVariable, kel::kVornAppDir);
-        if (!desPath.startsWith('/')) {
-            add(true, file, section, kDesPathProject,
-                "\"" + desPath + "\" is relative: the file is written onto the stick",
-                QString(kDesPathProject) + "=$" + kel::kVornWorkDirVariable + "/project");
-            continue;
-        }
-        if (crc != "auto") {
-            const QString actual = crcOf(source);
-            if (crc != actual)
-                add(true, file, section, kCrc,
-                    "does not match the file (the project wants lower case without leading "
-                    "zeros): the panel refuses the project",
-                    QString(kCrc) + "=auto", crc, actual);
-            const QString actualSize = QString::number(QFileInfo(source).size());
-            if (size != actualSize)
-                add(true, file, section, kSize,
-                    "does not match the file: the panel refuses the project",
-                    QString(kSize) + "=auto", size, actualSize);
-        }
+        // Placed only now: a record that lands nowhere makes no folder.
+        const QString name = record.value(kName);
+        const QString desPath = record.value("resolved");
         const QString dest = QDir::cleanPath(desPath + "/" + name);
         m_panel.makeDir(desPath);
         const QString destDir = dest.section('/', 0, -2);
-        if (name.contains('/') && m_panel.dirState(destDir) != PanelModel::Present)
-            add(true, file, section, kName,
-                "names a file in a folder: the program creates only DESPATH, so " + destDir +
-                    " does not exist and the copy fails after the old project and the saved "
-                    "data were removed",
-                QString("%1=%2 and %3=%4")
-                    .arg(kName, QFileInfo(name).fileName(), kDesPathProject,
-                         manifest.value(group + kDesPathProject).toString() + "/" +
-                             name.section('/', 0, -2)));
-        if (written.contains(dest))
-            add(true, file, section, kName,
-                QString("%1 is also written by [%2%3]: the later copy replaces the earlier and "
-                        "the check of the installed project fails")
-                    .arg(dest, kProjectFile)
-                    .arg(written.value(dest)),
-                "one record per destination");
-        written.insert(dest, n);
+        if (name.contains('/') && dirState(destDir) != PanelModel::Present)
+            record.set("folderMissing", destDir);
+        record.set("dest", dest);
+        record.set("writtenBy", written.value(dest));
+        judge(RecordRules::ProjectPlace, file, record);
+        written.insert(dest, record.section());
         step("copy", dest, QDir(m_dir).relativeFilePath(source));
-        m_panel.install(dest, source, file + " [" + section + "]");
+        m_panel.install(dest, source, file + " [" + record.section() + "]");
     }
     step("check the installed copy", projectDir, QString(), "sizes and CRC-32");
     const QString back = QDir::currentPath();
@@ -1281,6 +1212,35 @@ void PackageVerifier::walkProject()
     QDir::setCurrent(back);
 }
 
+void PackageVerifier::readProjectRecord(const QString& source, ManifestRecord& record) const
+{
+    static const QRegularExpression reference("\\$([A-Za-z_][A-Za-z0-9_]*)");
+    const QString known = QString("$") + kel::kVornWorkDirVariable;
+    const QString name = record.value(kName);
+    if (!name.isEmpty() && QFileInfo(source).isFile())
+        record.set("found", "1");
+    // The program replaces its one variable and leaves any other as written.
+    QString meant = record.value(kDesPathProject);
+    QRegularExpressionMatchIterator references = reference.globalMatch(meant);
+    while (references.hasNext()) {
+        const QRegularExpressionMatch match = references.next();
+        if (match.captured(1) == kel::kVornWorkDirVariable)
+            continue;
+        if (!record.has("variable"))
+            record.set("variable", match.captured());
+        meant.replace(match.captured(), known);
+    }
+    record.set("known", known);
+    record.set("meant", meant);
+    record.set("resolved", QString(record.value(kDesPathProject)).replace(known, kel::kVornAppDir));
+    record.set("baseName", QFileInfo(name).fileName());
+    record.set("subfolder", name.section('/', 0, -2));
+    if (record.has("found") && record.value(kCrc) != "auto") {
+        record.set("actualCrc", crcOf(source));
+        record.set("actualSize", QString::number(QFileInfo(source).size()));
+    }
+}
+
 void PackageVerifier::walkServices(GenerateConfigInfo& root)
 {
     m_phase = "boot services";
@@ -1293,7 +1253,7 @@ void PackageVerifier::walkServices(GenerateConfigInfo& root)
                 bare = bare.mid(int(strlen(kel::kServiceUnitPrefix)));
             if (bare.endsWith(kel::kServiceUnitSuffix))
                 bare.chop(int(strlen(kel::kServiceUnitSuffix)));
-            if (!shellSafe(name) || bare != name) {
+            if (!RecordRules::shellSafe(name) || bare != name) {
                 add(true, kRootManifest, kRestart, key,
                     "\"" + name + "\" names the unit " + unitFile(name) +
                         (bare != name ? QString(": the program adds \"usr_\" and \".service\" "

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "downLoadVorn_app.h"
 #include "manifest_text.h"
 #include "panel_model.h"
+#include "record_rules.h"
 #include "verify_report.h"
 
 #include <QMap>
@@ -30,7 +32,8 @@ public:
     void setSignatureAudited(bool audited) { m_signatureAudited = audited; }
     // The panel the plan is applied to: a copy of its root folder, or a listing of its files
     // (one absolute path a line). Without one, whatever the package does not decide is unknown.
-    bool setPanel(const QString& copyOrListing, QString* error);
+    // A certain panel is the one the stick goes to: what it lacks is missing, not up to the panel.
+    bool setPanel(const QString& copyOrListing, QString* error, bool certain = false);
     void verify();
     // Only the check that every source the manifests name lies in the folders the stick manifest
     // covers: what signing refuses.
@@ -66,6 +69,8 @@ private:
                                   const QString& key, const QString& target,
                                   PanelModel::State state, const QString& remover,
                                   const QString& named = QString());
+    // Runs the rules of a kind of record; false when the plan leaves the record out.
+    bool judge(RecordRules::Kind kind, const QString& file, ManifestRecord& record);
     void add(bool error, const QString& file, const QString& section, const QString& key,
              const QString& problem, const QString& fix = QString(),
              const QString& expected = QString(), const QString& actual = QString());
@@ -87,15 +92,30 @@ private:
     void walkPrepare(GenerateConfigInfo& root);
     void walkOperations(const QString& folder, const QString& file);
     void walkCopies(const QString& folder, const QString& file, QSettings& manifest);
+    ManifestRecord copyRecord(const QString& folder, const QString& file,
+                              const CopyRecord& r) const;
     void walkDeletes(const QString& file, QSettings& manifest);
     void walkGrants(const QString& file, QSettings& manifest);
     void walkRuntime();
+    // Removes every usable record's old files; which records are usable.
+    QVector<bool> clearRuntime(const QString& file,
+                               const QVector<downLoadVorn_app::FILE_INFO>& records);
+    static ManifestRecord runtimeRecord(int index, const downLoadVorn_app::FILE_INFO& r);
+    void copyRuntime(const QString& file, downLoadVorn_app& runtime,
+                     QVector<downLoadVorn_app::FILE_INFO>& records, const QVector<bool>& usable);
+    void copyRuntimeFile(const QString& file, ManifestRecord& record);
+    void checkDelayPatterns(const QString& file, const QString& section,
+                            const downLoadVorn_app::FILE_INFO& r, const QStringList& names);
+    void shortenRuntimeLibraries(const QString& file);
+    void grantRuntime(const QString& file, const QStringList& names);
     void checkInstalledRuntime(const QString& versionFile);
     // Libraries the package ships that its runtime program needs, where the program finds them.
     void checkRuntimeLibraries(const QString& file);
     // Files of the runtime package that no record installs.
     void checkUnshippedRuntime(const QString& file, const QString& versionFile);
     void walkProject();
+    // The facts the project's rules judge: the source, the destination as resolved.
+    void readProjectRecord(const QString& source, ManifestRecord& record) const;
     void walkServices(GenerateConfigInfo& root);
     void walkCommand(GenerateConfigInfo& root);
     // Relative paths in the command, which the shell resolves in the package folder.
@@ -119,7 +139,11 @@ private:
     QString changeOf(const QString& path) const;
     void summarizeEndState();
 
+    // The state of a folder, the given panel's when the package does not decide it.
+    PanelModel::State dirState(const QString& dir) const;
+
     bool m_panelGiven = false;
+    bool m_panelCertain = false;
     QSet<QString> m_panelFiles; // the given panel's files and folders
     QSet<QString> m_panelDirs;  // its folders alone
     QSet<QString> m_granted;    // panel paths made executable so far
