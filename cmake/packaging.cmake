@@ -15,13 +15,28 @@ install(TARGETS kelpack RUNTIME DESTINATION bin COMPONENT tools)
 install(PROGRAMS packaging/kelsim DESTINATION bin COMPONENT tools)
 install(TARGETS kelloadui.bin RUNTIME DESTINATION ${KEL_TOOLS_LIBDIR}/${KEL_HOST_ARCH}
         COMPONENT tools)
+# An ARM program in a package for this machine is what lintian takes for a failed cross build:
+# its override says that these are programs for the panels, which kelpack build --arch puts on
+# sticks.
+set(kel_overrides "")
 foreach(arch armhf arm64)
     string(TOUPPER ${arch} upper)
     if(KEL_PANEL_PROGRAM_${upper})
         install(PROGRAMS ${KEL_PANEL_PROGRAM_${upper}} DESTINATION ${KEL_TOOLS_LIBDIR}/${arch}
                 RENAME kelloadui.bin COMPONENT tools)
+        if(NOT arch STREQUAL KEL_HOST_ARCH)
+            string(APPEND kel_overrides
+                   "# The panel program for ${arch}, for kelpack build --arch ${arch}.\n"
+                   "kelpack-tools: binary-from-other-architecture "
+                   "[usr/${KEL_TOOLS_LIBDIR}/${arch}/kelloadui.bin]\n")
+        endif()
     endif()
 endforeach()
+if(kel_overrides)
+    file(WRITE ${CMAKE_BINARY_DIR}/packaging/kelpack-tools.lintian-overrides "${kel_overrides}")
+    install(FILES ${CMAKE_BINARY_DIR}/packaging/kelpack-tools.lintian-overrides
+            DESTINATION share/lintian/overrides RENAME kelpack-tools COMPONENT tools)
+endif()
 # The simulator without its fault suite, which needs a build tree; kelsim --version reads VERSION.
 install(PROGRAMS sim/kelsim sim/seal.sh sim/seal-changes.sh sim/panel-session.sh sim/report.sh
                  sim/seed-panel.sh
@@ -34,6 +49,13 @@ install(FILES ${CMAKE_BINARY_DIR}/packaging/VERSION DESTINATION ${KEL_TOOLS_LIBD
         COMPONENT tools)
 install(DIRECTORY examples/sample/package/ DESTINATION share/kelpack-tools/sample COMPONENT tools)
 install(FILES README.md DESTINATION share/doc/kelpack-tools COMPONENT tools)
+set(KEL_TOOLS_MAINTAINER "KEL panel software <panel-software@kel.invalid>")
+include(${CMAKE_CURRENT_LIST_DIR}/package-docs.cmake)
+kel_package_docs(kelpack-tools "${KEL_TOOLS_MAINTAINER}" tools)
+kel_man_page(kelpack 1 tools)
+kel_man_page(kelsim 1 tools)
+install(FILES packaging/bash-completion/kelpack DESTINATION share/bash-completion/completions
+        COMPONENT tools)
 
 # Depends are computed when the package is made (packaging-depends.cmake), from the programs for
 # this machine listed here.
