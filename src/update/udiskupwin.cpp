@@ -501,6 +501,10 @@ void UDiskUpWin::updatefinished()
 
 void UDiskUpWin::closeEvent(QCloseEvent* event)
 {
+    // Lines and progress wait for the event queue, which a closing dialog may never serve
+    // again: the last screen shows everything said up to here.
+    messagePane->flush();
+    repaint();
     if (optS != 1 && !optNr) {
         if (closeBySignal) {
             event->accept();

@@ -76,6 +76,8 @@ void TestKelpack::exitStatus_data()
     QTest::newRow("not scrambled") << QStringList{"unscramble", "/etc/hostname", "/dev/null"} << 1;
     QTest::newRow("unreadable file for crc") << QStringList{"crc", "/nonexistent"} << 1;
     QTest::newRow("init over files") << QStringList{"init", "/etc"} << 1;
+    QTest::newRow("init in no known language")
+        << QStringList{"init", "/tmp/never-written", "--language", "fr"} << 2;
     QTest::newRow("verify of nothing") << QStringList{"verify", "/nonexistent"} << 1;
     QTest::newRow("help") << QStringList{"--help"} << 0;
     QTest::newRow("help of a command") << QStringList{"build", "--help"} << 0;

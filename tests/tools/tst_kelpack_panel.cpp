@@ -1,5 +1,7 @@
+#include "def.h"
 #include "fixture.h"
 #include "kelpack_trees.h"
+#include "multilingual_management.h"
 #include "sandbox.h"
 
 #include <QDir>
@@ -24,6 +26,7 @@ private slots:
     void cleanupTestCase() { QDir(dir).removeRecursively(); }
     void panelConfirms_data() { trees::addMistakes(); }
     void panelConfirms();
+    void starterTreeUpdatesThePanel_data();
     void starterTreeUpdatesThePanel();
     void healthFindsTheRuntimeLibraries_data();
     void healthFindsTheRuntimeLibraries();
@@ -45,6 +48,7 @@ void TestKelpackPanel::initTestCase()
     if (QStandardPaths::findExecutable("Xvfb").isEmpty())
         QSKIP("Xvfb is not installed (scripts/install-deps.sh installs it)");
     dir = sandbox::makeScratchDir("kelpack-panel");
+    MultilingualManager::GetInstance()->loadMultilingualFile(QString(), kel::kDefaultLanguageFile);
 }
 
 int TestKelpackPanel::simulate(const QString& stick, int runs, QString* out,
@@ -107,10 +111,21 @@ void TestKelpackPanel::comparePlan(const QString& package, const QString& simula
     QCOMPARE(trees::plannedChanges(json), trees::simulatedChanges(simulated));
 }
 
+void TestKelpackPanel::starterTreeUpdatesThePanel_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QString>("copying"); // the panel's line as the copies start
+    QTest::newRow("English unless asked") << QStringList() << "Copying the listed files...";
+    QTest::newRow("the built-in Chinese") << QStringList{"--language", "zh"} << kel::text(2084);
+}
+
 void TestKelpackPanel::starterTreeUpdatesThePanel()
 {
+    QFETCH(QStringList, options);
+    QFETCH(QString, copying);
     const QString starter = dir + "/starter";
-    QCOMPARE(kelpack({"init", starter}), 0);
+    QDir(starter).removeRecursively();
+    QCOMPARE(kelpack(QStringList{"init", starter} + options), 0);
     QByteArray out;
     QCOMPARE(kelpack({"verify", starter}, &out), 0);
     QVERIFY2(out.startsWith("no errors, no warnings"), out.constData());
@@ -126,6 +141,7 @@ void TestKelpackPanel::starterTreeUpdatesThePanel()
     QCOMPARE(simulate(dir + "/out", 1, &sim), 0);
     QCOMPARE(fixture::section(sim, "report").trimmed(), QString::fromUtf8("[成功]"));
     QVERIFY2(sim.contains("added    /usr/vorn_app/config/hello.conf"), qPrintable(sim));
+    QVERIFY2(fixture::section(sim, "log").contains(copying), qPrintable(sim));
 }
 
 // A runtime program that needs a library of its package: verify sees where the run leaves it,

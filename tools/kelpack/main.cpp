@@ -21,7 +21,7 @@
 namespace {
 
 const char kUsage[] =
-    "usage: kelpack init NEW_TREE\n"
+    "usage: kelpack init NEW_TREE [--language en|zh]\n"
     "       kelpack build PACKAGE_TREE OUTDIR [--program PATH] [--arch ARCH] [--force]\n"
     "                     [--sign SECRET_KEY] [--despite-errors]\n"
     "       kelpack verify PACKAGE_TREE|STICK_PACKAGE_DIR [--json] [--keys PUBLIC_KEY_DIR]\n"
@@ -38,7 +38,8 @@ const char kUsage[] =
     "       kelpack swu STICK OUT.swu --cms-key KEY --cms-cert CERT [--force]\n"
     "       kelpack --help | --version\n"
     "\n"
-    "init writes a commented starter tree. plan prints every step the panel takes and what it\n"
+    "init writes a commented starter tree whose stick speaks English on the panel (zh: the\n"
+    "updater's built-in Chinese). plan prints every step the panel takes and what it\n"
     "adds, replaces and removes there, on the simulator's default panel or on the one --panel\n"
     "names: a copy of a panel's root folder, or a file listing its paths; --files prints only\n"
     "\"PATH<tab>SOURCE\" for each file left installed. verify predicts what the panel meets:\n"
@@ -254,10 +255,17 @@ int init(const Arguments& args)
     if (args.positional.size() != 1)
         return usageError("init needs the folder of the new tree");
     QString error;
-    if (!StarterTree::write(args.positional[0], &error))
+    const QString language = args.options.value("--language", StarterTree::languages().first());
+    if (!StarterTree::languages().contains(language))
+        return usageError("--language " + language + ": no such language; use " +
+                          StarterTree::languages().join(" or "));
+    if (!StarterTree::write(args.positional[0], language, &error))
         return fail(error);
     printf("starter tree written to %s: see its update.ini, then kelpack verify %s\n",
            qPrintable(args.positional[0]), qPrintable(args.positional[0]));
+    if (language == "en")
+        printf("its stick speaks English on the panel (tool_language=1 in kelpack.ini); "
+               "kelpack init --language zh writes one that speaks the built-in Chinese\n");
     return 0;
 }
 
@@ -318,8 +326,9 @@ int main(int argc, char** argv)
         args = parse(rest, {"--json", "--files"}, {"--panel"});
     else if (command == "keygen" || command == "sign")
         return PackageSigner::run(words);
-    else if (command == "init" || command == "scramble" || command == "unscramble" ||
-             command == "crc")
+    else if (command == "init")
+        args = parse(rest, {}, {"--language"});
+    else if (command == "scramble" || command == "unscramble" || command == "crc")
         args = parse(rest, {}, {});
     else
         return usageError("unknown command " + command);
