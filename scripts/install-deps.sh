@@ -9,7 +9,8 @@
 set -eu
 packages="cmake make g++ clang pkg-config time strace qtbase5-dev qtbase5-dev-tools zlib1g-dev psmisc procps
           libsodium-dev util-linux iproute2 attr libxcb1-dev xvfb xauth x11-apps imagemagick fonts-wqy-zenhei
-          e2fsprogs ca-certificates libarchive-dev libssl-dev openssl swupdate python3 man-db groff-base"
+          e2fsprogs ca-certificates libarchive-dev libssl-dev openssl swupdate python3 man-db groff-base
+          chromium poppler-utils"
 for extra; do
     case $extra in
         qt6) packages="$packages qt6-base-dev" ;;

@@ -4,7 +4,8 @@
 // quiet run closes its dialog within milliseconds of its last line.
 //
 // Active only in the process named kelloadui.bin (wrappers such as strace or qemu load it too)
-// and only while KELSIM_GRAB_DIR names a folder; frames are written there as close-NN.png.
+// and only while KELSIM_GRAB_DIR names a folder; frames are written there as close-NN.png (and
+// the colours of the message lines by line_colours.c).
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -18,6 +19,8 @@
 
 extern char** environ;
 
+void kelsim_colours_start(void);
+
 static pid_t active_pid; // the program's own process; its children never grab
 static int frames;
 
@@ -26,6 +29,7 @@ __attribute__((constructor)) static void init(void)
     if (strcmp(program_invocation_short_name, "kelloadui.bin") != 0 || !getenv("KELSIM_GRAB_DIR"))
         return;
     active_pid = getpid();
+    kelsim_colours_start();
     // The program's shell commands must not carry the shim.
     unsetenv("LD_PRELOAD");
 }
@@ -33,6 +37,11 @@ __attribute__((constructor)) static void init(void)
 static int active(void)
 {
     return active_pid != 0 && getpid() == active_pid;
+}
+
+int kelsim_grab_active(void)
+{
+    return active();
 }
 
 static void grab(void)

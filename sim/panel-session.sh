@@ -94,6 +94,8 @@ sleep 0.2
 
 cd "$stick/$KELSIM_PACKAGE"
 started=$(date +%s%N)
+# The screens' times are counted from here.
+echo "$started" > "$run/started-ns"
 # The program's own status and running time, recorded the moment it ends.
 (
     set +e -f

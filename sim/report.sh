@@ -7,30 +7,19 @@ here=$(cd "$(dirname "$0")" && pwd)
 panel=$1 stick=$2 run="$1/run"
 shots=$(cat "$run/shots-dir")
 
-# Where a path of the panel lies on this machine: the panel's directories and /tmp are kept in
-# the panel directory, the stick is the stick, and everything else is in the sealed layers.
-on_machine() {
-    case $1 in
-        /usr/vorn_app/*|/etc/systemd/system/*) echo "$panel$1" ;;
-        /tmp/*) echo "$panel$1" ;;
-        /media/usb0/*) echo "$stick/${1#/media/usb0/}" ;;
-        *) while read -r layer point; do
-               case $1 in "${point%/}"/*) found="$panel/.seal/upper/$layer/${1#"${point%/}"/}" ;; esac
-           done < "$panel/.seal/layers"
-           echo "${found:-}" ;;
-    esac
-}
+. "$here/report-lib.sh"
+
 # The log this run wrote: "-p PATH" or the default beside the package folder (or two levels up).
 log=""
 package=$KELSIM_PACKAGE
 path=$(printf '%s\n' "$KELSIM_OPTIONS" | sed -n 's/.*-p \([^ ]*\).*/\1/p')
 if [ -n "$path" ]; then
     case $path in /*) ;; *) path="/media/usb0/$package/$path" ;; esac
-    candidates=$(on_machine "$(realpath -m "$path")")
+    set -- "$(on_machine "$(realpath -m "$path")")"
 else
-    candidates="$stick/update.log $stick/$package/update.log"
+    set -- "$stick/update.log" "$stick/$package/update.log"
 fi
-for candidate in $candidates; do
+for candidate; do
     [ -f "$candidate" ] && [ "$candidate" -nt "$run/before.txt" ] && log=$candidate && break
 done
 echo "== report"
@@ -81,10 +70,7 @@ echo "program exit status: $(cat "$run/status.txt" 2>/dev/null)"
 # installed, still there with the package's bytes (as kelpack plans the run on this panel).
 echo "== panel health"
 cat "$run/health.txt" 2>/dev/null
-kelpack="" bad=0
-for candidate in "${KELSIM_KELPACK:-}" "$here/../build/tools/kelpack" "$(command -v kelpack || true)"; do
-    [ -n "$candidate" ] && [ -x "$candidate" ] && kelpack=$candidate && break
-done
+kelpack=$(find_kelpack) bad=0
 if [ -z "$kelpack" ]; then
     echo "--   installed files: not checked (no kelpack here; name one with KELSIM_KELPACK)"
 else
@@ -132,6 +118,7 @@ if [ "$shots" != none ]; then
     fi
     ls "$shots" | sed "s|^|$shots/|" | tail -n 3
 fi
+printf '%s\n' "$end" > "$run/end-screen"
 
 # The outcome: a failure seen wins, then a run out of time, then the report's success.
 report=$([ -n "$log" ] && head -n 1 "$log")
