@@ -3,7 +3,8 @@
 # extras named: qt6 (the Qt 6 build), armhf or arm64 (the cross compiler of a panel build; the
 # target's libraries and the emulator are unpacked into its build folder by prepare-arm.sh),
 # package (the tools that build, check and test Debian packages in a fresh Debian root). man-db
-# and groff-base render the manual pages in a test.
+# and groff-base render the manual pages in a test, chromium and poppler-utils the simulator's
+# HTML report.
 #
 #   scripts/install-deps.sh [qt6] [armhf] [arm64] [package]
 set -eu
