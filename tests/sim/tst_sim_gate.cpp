@@ -137,45 +137,55 @@ void TestSimGate::refusedStickNeverStarts_data()
     QTest::addColumn<QString>("model");
     QTest::addColumn<QString>("installed");
     QTest::addColumn<QString>("reason");
+    QTest::addColumn<bool>("english"); // the panel's project speaks English
 
     const QString v = "vendor.key", keys = "vendor-keys", model = "KEL-700", old = "1.1.0";
     auto q = [](const QByteArray& name) { return StickTree::quoted(name); };
     for (const char* file : {"update/kelloadui.bin", "update/vorn_app/libvornui.so.1.2.0",
                              "update/update.ini", "language/0001.lan"})
         QTest::newRow(qPrintable(QString("changed byte in ") + file))
-            << v << ChangeByte << file << keys << model << old << kel::text(2228).arg(q(file));
+            << v << ChangeByte << file << keys << model << old << kel::text(2228).arg(q(file))
+            << false;
     QTest::newRow("wrong key") << "other.key" << Intact << "" << keys << model << old
-                               << kel::text(2227);
+                               << kel::text(2227) << false;
+    QTest::newRow("wrong key, on a panel that speaks English")
+        << "other.key" << Intact << "" << keys << model << old
+        << "The package signature is invalid, or its key is not trusted by this panel" << true;
     QTest::newRow("another model") << v << Intact << "" << keys << "KEL-430" << old
-                                   << kel::text(2232).arg("KEL-1000, KEL-700", "KEL-430");
-    QTest::newRow("lower version")
-        << v << Intact << "" << keys << model << "1.3.0" << kel::text(2233).arg("1.2.0", "1.3.0");
+                                   << kel::text(2232).arg("KEL-1000, KEL-700", "KEL-430") << false;
+    QTest::newRow("lower version") << v << Intact << "" << keys << model << "1.3.0"
+                                   << kel::text(2233).arg("1.2.0", "1.3.0") << false;
     QTest::newRow("unsigned stick on a panel with a key")
-        << "" << Intact << "" << keys << model << old << kel::text(2226);
+        << "" << Intact << "" << keys << model << old << kel::text(2226) << false;
     QTest::newRow("no key: damaged unsigned stick")
         << "" << ChangeByte << "update/update.ini"
-        << "no-keys" << model << old << kel::text(2228).arg(q("update/update.ini"));
+        << "no-keys" << model << old << kel::text(2228).arg(q("update/update.ini")) << false;
 
     // Ways around the check.
     QTest::newRow("log links to the version file")
-        << "" << LogLinkTo << "/var/lib/kelgate/version" << keys << model << old << kel::text(2226);
+        << "" << LogLinkTo << "/var/lib/kelgate/version" << keys << model << old << kel::text(2226)
+        << false;
     QTest::newRow("log links to the loader's preload list")
-        << "" << LogLinkTo << "/etc/ld.so.preload" << keys << model << old << kel::text(2226);
+        << "" << LogLinkTo << "/etc/ld.so.preload" << keys << model << old << kel::text(2226)
+        << false;
     QTest::newRow("log is a second name of a stick file")
-        << "" << LogHardLink << "language/0001.lan" << keys << model << old << kel::text(2226);
+        << "" << LogHardLink << "language/0001.lan" << keys << model << old << kel::text(2226)
+        << false;
     QTest::newRow("source outside the signed folders")
         << v << SourceOutside << "extra/panel.conf" << keys << model << old
-        << kel::text(2240).arg(q("update.ini COPYFILE1/SRCPATH"), q("../extra/panel.conf"));
+        << kel::text(2240).arg(q("update.ini COPYFILE1/SRCPATH"), q("../extra/panel.conf"))
+        << false;
     const QByteArray markup = "<font color=#00ff00 size=7>UPDATE COMPLETE";
     QTest::newRow("name that is markup")
         << v << ExtraNamed << QString::fromUtf8(markup) << keys << model << old
-        << kel::text(2230).arg(q("update/" + markup));
-    QTest::newRow("name that is not UTF-8") << v << ExtraNamed << QString("\\xff") << keys << model
-                                            << old << kel::text(2231).arg(q("update/\xff"));
+        << kel::text(2230).arg(q("update/" + markup)) << false;
+    QTest::newRow("name that is not UTF-8")
+        << v << ExtraNamed << QString("\\xff") << keys << model << old
+        << kel::text(2231).arg(q("update/\xff")) << false;
     QTest::newRow("key folder holding no key file")
         << "" << Intact << ""
         << "stray-keys" << model << old
-        << kel::text(2241).arg(q("/etc/kelgate/keys/vendor.pub.orig"));
+        << kel::text(2241).arg(q("/etc/kelgate/keys/vendor.pub.orig")) << false;
 }
 
 void TestSimGate::refusedStickNeverStarts()
@@ -187,7 +197,17 @@ void TestSimGate::refusedStickNeverStarts()
     QFETCH(QString, model);
     QFETCH(QString, installed);
     QFETCH(QString, reason);
+    QFETCH(bool, english);
 
+    if (english) {
+        // The gate reads the panel's own language choice, never the stick's.
+        const QString panel = dir + "/panel";
+        QCOMPARE(
+            fixture::run("/bin/sh", {QStringLiteral(KEL_SOURCE_DIR) + "/sim/seed-panel.sh", panel}),
+            0);
+        fixture::writeFile(panel + "/usr/vorn_app/project/lan_setup.ini",
+                           "[current_language]\ntype=1\n");
+    }
     if (damage != SourceOutside)
         sign(key);
     const QString target = stick + "/" + path;
@@ -237,7 +257,10 @@ void TestSimGate::refusedStickNeverStarts()
     QCOMPARE(status, 1);
     QCOMPARE(fixture::section(out, "report"), QString::fromUtf8("[失败]\n"));
     const QString log = fixture::section(out, "log");
-    QVERIFY2(log.startsWith(kel::text(2224) + ": " + reason), qPrintable(out));
+    const QString refused =
+        english ? "Update refused: the package on the USB stick failed this panel's check"
+                : kel::text(2224);
+    QVERIFY2(log.startsWith(refused + ": " + reason), qPrintable(out));
     QCOMPARE(log.count('\n'), 1);
     QCOMPARE(fixture::section(out, "panel changes"), QString());
     QCOMPARE(fixture::section(out, "changes elsewhere"), QString());
