@@ -14,6 +14,7 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSettings>
+#include <QStandardPaths>
 #include <QtTest>
 
 using fixture::kelpack;
@@ -40,6 +41,8 @@ private slots:
     void planOnAListedPanel();
     void verifyOnAGivenPanel_data();
     void verifyOnAGivenPanel();
+    void progressOnlyOnATerminal_data();
+    void progressOnlyOnATerminal();
     void defaultPanelIsTheSimulators();
     void englishTextsAreComplete();
     void panelSpeaksEnglish_data();
@@ -416,6 +419,53 @@ void TestKelpack::verifyOnAGivenPanel()
         QVERIFY2(out.contains("no errors, no warnings"), out.constData());
     else
         QVERIFY2(out.contains(finding.toUtf8()), out.constData());
+}
+
+void TestKelpack::progressOnlyOnATerminal_data()
+{
+    QTest::addColumn<bool>("terminal");
+    QTest::addColumn<qint64>("mib"); // of one file in the tree
+    QTest::addColumn<QByteArray>("shown");
+    QTest::newRow("large tree on a terminal")
+        << true << qint64(65) << QByteArray("\r\033[Kkelpack: copying onto the stick: 0 of 65 MiB");
+    QTest::newRow("small tree on a terminal") << true << qint64(1) << QByteArray();
+    QTest::newRow("large tree into a pipe") << false << qint64(65) << QByteArray();
+}
+
+void TestKelpack::progressOnlyOnATerminal()
+{
+    QFETCH(bool, terminal);
+    QFETCH(qint64, mib);
+    QFETCH(QByteArray, shown);
+    const QString script = QStandardPaths::findExecutable("script");
+    if (terminal && script.isEmpty())
+        QSKIP("no script(1) to give kelpack a terminal");
+    const QString source = trees::tree(dir);
+    QFile big(source + "/files/big.bin");
+    QVERIFY(big.open(QIODevice::WriteOnly) && big.resize(mib << 20)); // sparse: quick to copy
+    big.close();
+    const QStringList build{QStringLiteral(KEL_BINARY_DIR) + "/tools/kelpack",
+                            "build",
+                            source,
+                            dir + "/out",
+                            "--program",
+                            KEL_PROGRAM_PATH};
+    QByteArray out, err;
+    if (terminal)
+        QCOMPARE(fixture::run(script, {"-qec", build.join(' '), "/dev/null"}, &out, &err), 0);
+    else
+        QCOMPARE(fixture::run(build.first(), build.mid(1), &out, &err), 0);
+    const QByteArray all = out + err;
+    QVERIFY2(all.contains("stick built in"), all.constData());
+    if (shown.isEmpty()) {
+        QVERIFY2(!all.contains("\033[K"), all.constData());
+        return;
+    }
+    QVERIFY2(all.contains(shown), all.constData());
+    QVERIFY2(all.contains("65 of 65 MiB"), all.constData());
+    // Erased before anything else is said: no later line starts after the count.
+    const int last = all.lastIndexOf("of 65 MiB");
+    QVERIFY2(all.mid(last).startsWith("of 65 MiB\r\033[K"), all.constData());
 }
 
 void TestKelpack::defaultPanelIsTheSimulators()

@@ -1,5 +1,7 @@
 #include "stick_archive.h"
 
+#include "byte_progress.h"
+
 #include <archive.h>
 #include <archive_entry.h>
 
@@ -34,7 +36,7 @@ QString reason(archive* a)
     return text ? QString::fromLocal8Bit(text) : QStringLiteral("unknown error");
 }
 
-bool copyData(archive* a, const QString& path, QString* error)
+bool copyData(archive* a, const QString& path, ByteProgress* progress, QString* error)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
@@ -51,6 +53,7 @@ bool copyData(archive* a, const QString& path, QString* error)
             *error = path + ": cannot add it to the archive: " + reason(a);
             return false;
         }
+        progress->add(chunk.size());
     }
     return true;
 }
@@ -81,11 +84,15 @@ bool StickArchive::pack(const QString& dir, const QString& tarFile, QString* err
         return false;
     }
     QStringList paths;
+    qint64 bytes = 0;
     QDirIterator it(top.path(),
                     QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
                     QDirIterator::Subdirectories);
-    while (it.hasNext())
+    while (it.hasNext()) {
         paths << it.next();
+        if (it.fileInfo().isFile() && !it.fileInfo().isSymLink())
+            bytes += it.fileInfo().size();
+    }
     // Folders come before what they hold, and one stick always gives the same order.
     paths.sort();
 
@@ -98,6 +105,7 @@ bool StickArchive::pack(const QString& dir, const QString& tarFile, QString* err
     }
     Reader disk(archive_read_disk_new());
     archive_read_disk_set_symlink_physical(disk.get());
+    ByteProgress progress("packing the stick", bytes);
     for (const QString& path : paths) {
         Entry entry(archive_entry_new());
         const QByteArray native = QFile::encodeName(path);
@@ -117,7 +125,7 @@ bool StickArchive::pack(const QString& dir, const QString& tarFile, QString* err
             return false;
         }
         if (archive_entry_filetype(entry.get()) == AE_IFREG &&
-            archive_entry_size(entry.get()) > 0 && !copyData(out.get(), path, error))
+            archive_entry_size(entry.get()) > 0 && !copyData(out.get(), path, &progress, error))
             return false;
     }
     if (archive_write_close(out.get()) != ARCHIVE_OK) {

@@ -158,7 +158,7 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
         !QDir().mkdir(stick + "/language"))
         return fail(stick + ": cannot be written");
     TreeCopier copier(m_tree);
-    const bool copied = copier.copyTo(package);
+    const bool copied = copier.copyTo(package, m_checkOnly ? QString() : "copying onto the stick");
     m_warnings = copier.warnings();
     if (!copied)
         return fail(copier.error());

@@ -1,5 +1,6 @@
 #include "swu_writer.h"
 
+#include "byte_progress.h"
 #include "cms_signature.h"
 #include "stick_archive.h"
 #include "stick_manifest.h"
@@ -153,11 +154,13 @@ bool SwuWriter::appendEntry(archive* out, const QString& name, QIODevice* data)
     archive_entry_set_perm(entry.get(), 0644);
     archive_entry_set_size(entry.get(), data->size());
     data->seek(0);
+    ByteProgress progress("writing " + name + " into the image", data->size());
     bool ok = archive_write_header(out, entry.get()) == ARCHIVE_OK;
     while (ok && !data->atEnd()) {
         const QByteArray chunk = data->read(kChunk);
         ok = !chunk.isEmpty() &&
              archive_write_data(out, chunk.constData(), size_t(chunk.size())) == chunk.size();
+        progress.add(chunk.size());
     }
     if (!ok)
         m_error = m_outFile + ": cannot add " + name + ": " + archive_error_string(out);

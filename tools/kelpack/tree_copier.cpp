@@ -1,6 +1,9 @@
 #include "tree_copier.h"
 
+#include "byte_progress.h"
+
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 
@@ -19,11 +22,24 @@ bool TreeCopier::fail(const QString& message)
     return false;
 }
 
-bool TreeCopier::copyTo(const QString& target)
+bool TreeCopier::copyTo(const QString& target, const QString& progressStep)
 {
     if (m_tree.isEmpty())
         return fail("the package tree does not exist");
-    return copyDir(m_tree, target);
+    if (progressStep.isEmpty())
+        return copyDir(m_tree, target);
+    qint64 bytes = 0;
+    QDirIterator it(m_tree, QDir::Files | QDir::Hidden | QDir::System,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        it.next();
+        bytes += it.fileInfo().size();
+    }
+    ByteProgress progress(progressStep, bytes);
+    m_progress = &progress;
+    const bool copied = copyDir(m_tree, target);
+    m_progress = nullptr;
+    return copied;
 }
 
 bool TreeCopier::copyDir(const QString& from, const QString& to)
@@ -67,5 +83,7 @@ bool TreeCopier::copyEntry(const QString& from, const QString& to)
     if (!QFile::copy(from, to))
         return fail(to + ": cannot be written");
     QFile::setPermissions(to, QFileInfo(from).permissions());
+    if (m_progress)
+        m_progress->add(entry.size());
     return true;
 }

@@ -3,6 +3,8 @@
 #include <QString>
 #include <QStringList>
 
+class ByteProgress;
+
 // Copies a package tree as it will travel on a stick: regular files and folders only. A link
 // that leaves the tree would put a file of this machine on the stick, so it is refused, as are
 // dangling links, links to folders and special files; a link to a file inside the tree is copied
@@ -13,8 +15,9 @@ class TreeCopier
 public:
     explicit TreeCopier(const QString& treeDir);
 
-    // Copies the tree's content into target (an existing, empty folder).
-    bool copyTo(const QString& target);
+    // Copies the tree's content into target (an existing, empty folder). With a step name, a
+    // large tree counts its bytes on the terminal under that name.
+    bool copyTo(const QString& target, const QString& progressStep = QString());
 
     // True for the names of other systems' folder metadata (".DS_Store", "._x", "__MACOSX",
     // "Thumbs.db", "desktop.ini").
@@ -32,4 +35,5 @@ private:
     QString m_tree; // canonical
     QString m_error;
     QStringList m_warnings;
+    ByteProgress* m_progress = nullptr; // while copyTo counts
 };
