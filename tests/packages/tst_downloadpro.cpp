@@ -25,6 +25,8 @@ private slots:
     void countCap();
     void installation_data();
     void installation();
+    void savedDataClearing_data();
+    void savedDataClearing();
 
 private:
     // A package of files (name, bytes), the i-th bound for dests[i] (or the last of dests).
@@ -110,17 +112,21 @@ void TestDownLoadPro::countCap()
 
 void TestDownLoadPro::installation_data()
 {
-    QTest::addColumn<int>("newKiB");  // the package's main.pro
+    QTest::addColumn<QString>("name"); // of the package's file in the project folder
+    QTest::addColumn<int>("newKiB");
     QTest::addColumn<bool>("linked"); // the panel's project folder is a link to a folder elsewhere
     QTest::addColumn<bool>("fits");
-    QTest::newRow("fits once the old project is gone") << 100 << false << true;
-    QTest::newRow("does not fit") << 160 << false << false;
-    QTest::newRow("linked project folder") << 100 << true << true;
+    QTest::newRow("fits once the old project is gone") << "main.pro" << 100 << false << true;
+    QTest::newRow("does not fit") << "main.pro" << 160 << false << false;
+    QTest::newRow("linked project folder") << "main.pro" << 100 << true << true;
+    // The old file it replaces lies inside the old project: its room is freed once, not twice.
+    QTest::newRow("replacing a file of the old project") << "old.pro" << 150 << false << false;
 }
 
 void TestDownLoadPro::installation()
 {
     INSIDE_SANDBOX_REQUIRED();
+    QFETCH(QString, name);
     QFETCH(int, newKiB);
     QFETCH(bool, linked);
     QFETCH(bool, fits);
@@ -137,7 +143,7 @@ void TestDownLoadPro::installation()
         QVERIFY(QFile::link(project, small + "project"));
     // A file outside the project replaces its old copy, which is a link.
     QVERIFY(QFile::link(dir + "/saved/recipe", small + "shared.cfg"));
-    writePackage({{"main.pro", QByteArray(newKiB * 1024, 'n')}, {"shared.cfg", "cfg"}},
+    writePackage({{name, QByteArray(newKiB * 1024, 'n')}, {"shared.cfg", "cfg"}},
                  {small + "project", small}, "[DOWNLOAD]\nCLEARRECIPE=1\n");
     downLoadPro pro(small, nullptr);
     QSignalSpy spy(&pro, &downLoadPro::emitMessage);
@@ -160,6 +166,48 @@ void TestDownLoadPro::installation()
     QCOMPARE(fixture::redTexts(spy).size(), 1);
     QVERIFY(fixture::redTexts(spy).first().startsWith(kel::text(2223).section("%1", 0, 0)));
     QCOMPARE(fixture::readFile(project + "old.pro"), QByteArray(80 * 1024, 'o'));
+}
+
+void TestDownLoadPro::savedDataClearing_data()
+{
+    QTest::addColumn<QByteArray>("download"); // the manifest's [DOWNLOAD] keys
+    QTest::addColumn<int>("failing");         // the kinds the panel cannot clear
+    QTest::addColumn<QString>("call");
+    QTest::addColumn<QStringList>("shown"); // "RED " marks a red line
+    QTest::newRow("recipes and alarms")
+        << QByteArray("CLEARRECIPE=1\nCLEARALARM=1\n") << 0 << "delSaveData 5 0"
+        << QStringList{kel::text(2149), kel::text(2153)};
+    QTest::newRow("history and initial values")
+        << QByteArray("CLEARHISTORY=1\nCLEARINITVALUE=1\n") << 0 << "delSaveData 10 0"
+        << QStringList{kel::text(2151), kel::text(2155)};
+    // Only a failed recipe clearing is a red line; the others fail in black.
+    QTest::newRow("every kind fails")
+        << QByteArray("CLEARRECIPE=1\nCLEARHISTORY=1\nCLEARALARM=1\nCLEARINITVALUE=1\n") << 15
+        << "delSaveData 15 0"
+        << QStringList{"RED " + kel::text(2150), kel::text(2152), kel::text(2154), kel::text(2156)};
+    QTest::newRow("nothing asked")
+        << QByteArray("CLEARRECIPE=0\n") << 0 << "delSaveData 0 0" << QStringList();
+}
+
+void TestDownLoadPro::savedDataClearing()
+{
+    QFETCH(QByteArray, download);
+    QFETCH(int, failing);
+    QFETCH(QString, call);
+    QFETCH(QStringList, shown);
+    FakePanelLibrary panel;
+    panel.saveDataFailed = failing;
+    writePackage({{"main.pro", "p"}}, {dir + "/panel/project"}, "[DOWNLOAD]\n" + download);
+    downLoadPro pro(dir + "/panel/", nullptr);
+    QVERIFY(pro.parseIniFile());
+    QSignalSpy spy(&pro, &downLoadPro::emitMessage);
+    QVERIFY(pro.removeOldSaveData());
+    QCOMPARE(panel.calls, QStringList{call});
+    QStringList lines;
+    for (const QList<QVariant>& message : spy)
+        lines << (message[1].value<QColor>() == QColor(Qt::red) ? "RED " : "") +
+                     message[0].toString();
+    QCOMPARE(lines, shown);
 }
 
 KEL_SANDBOXED_TEST_MAIN(TestDownLoadPro)

@@ -1,5 +1,6 @@
 #include "app_exit_failed_dlg.h"
 #include "fake_panel_library.h"
+#include "kill_process.h"
 #include "sandbox.h"
 #include "vorn_process.h"
 
@@ -15,6 +16,8 @@ class TestVornProcess : public QObject
 private slots:
     void exitProcess_data();
     void exitProcess();
+    void killallStopsByName_data();
+    void killallStopsByName();
 };
 
 void TestVornProcess::exitProcess_data()
@@ -67,6 +70,45 @@ void TestVornProcess::exitProcess()
     QStringList sent = panel.calls;
     sent.removeAll("state 0");
     QCOMPARE(sent, requests);
+}
+
+void TestVornProcess::killallStopsByName_data()
+{
+    QTest::addColumn<QString>("running"); // the name of a process started for the case, or none
+    QTest::addColumn<QString>("stopped"); // the name given to killall
+    QTest::addColumn<bool>("gone");
+    QTest::newRow("the named process leaves") << "kelstopme"
+                                              << "kelstopme" << true;
+    // killall stops only the exact name, but the process list still shows the longer one.
+    QTest::newRow("a longer name never leaves") << "kelstopmelater"
+                                                << "kelstopme" << false;
+    QTest::newRow("nothing runs") << QString() << "kelstopme" << true;
+}
+
+void TestVornProcess::killallStopsByName()
+{
+    QFETCH(QString, running);
+    QFETCH(QString, stopped);
+    QFETCH(bool, gone);
+    const QString dir = sandbox::makeScratchDir("killall");
+    // Like the runtime, the process is not the updater's child: a shell waits for it and reaps
+    // it at once, so that a killed one leaves no zombie in the process list.
+    QProcess waiter;
+    if (!running.isEmpty()) {
+        QVERIFY(QFile::copy("/bin/sleep", dir + "/" + running));
+        QFile::setPermissions(dir + "/" + running, QFile::ReadOwner | QFile::ExeOwner);
+        waiter.start("/bin/sh", {"-c", "\"$0\" 30 & wait", dir + "/" + running});
+        QVERIFY(waiter.waitForStarted());
+        QTRY_VERIFY(my_kill_process::is_process_exist(qPrintable(running)));
+    }
+    QCOMPARE(my_kill_process::killall(stopped), gone);
+    if (!running.isEmpty())
+        QCOMPARE(waiter.waitForFinished(gone ? 3000 : 0), gone);
+    // The survivor goes the same way, so that the next case does not find it.
+    if (!running.isEmpty())
+        QProcess::execute("pkill", {"-KILL", "-x", running});
+    waiter.waitForFinished();
+    QDir(dir).removeRecursively();
 }
 
 // The fake stands in for the library; the process list is checked inside a private namespace.

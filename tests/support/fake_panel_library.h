@@ -31,7 +31,7 @@ public:
     int setBeeTime(int ms) override { return record(QString("beep %1").arg(ms), 0); }
     int delSaveData(int mask, int arg) override
     {
-        return record(QString("delSaveData %1 %2").arg(mask).arg(arg), 0);
+        return record(QString("delSaveData %1 %2").arg(mask).arg(arg), saveDataFailed & mask);
     }
     int reboot(int) override
     {
@@ -54,6 +54,7 @@ public:
     int exitResult = 0;
     int killResult = 0;
     int rebootResult = -1;                   // like a refused restart (EPERM)
+    int saveDataFailed = 0;                  // the kinds of saved data that cannot be cleared
     std::function<int(int state)> stateHook; // overrides runtimeExited when set
     std::function<void()> syncHook;          // called for every sync(), which does nothing here
     int datasyncs = 0;                       // fdatasync() calls, which do nothing here

@@ -140,6 +140,10 @@ void TestKelpack::buildNeverLosesFiles_data()
          QStringList{"the output folder holds the package tree"}},
         {"link out of the tree", "ln -s /etc/passwd tree/files/pw", ".", toOut, 1,
          QStringList{"tree/files/pw: a link to /etc/passwd outside the package tree"}},
+        // A sibling whose name begins with the tree's is still outside it.
+        {"link into a sibling of the tree",
+         "mkdir tree-x && echo secret > tree-x/pw && ln -s ../../tree-x/pw tree/files/pw", ".",
+         toOut, 1, QStringList{"tree/files/pw: a link to %1/tree-x/pw outside the package tree"}},
         {"dangling link", "ln -s gone.conf tree/files/pw", ".", toOut, 1,
          QStringList{"tree/files/pw: a link to %1/tree/files/gone.conf, which does not exist"}},
         {"junk of other systems",

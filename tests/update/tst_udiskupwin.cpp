@@ -35,7 +35,8 @@ private slots:
     void checksLogWhatFailed_data();
     void checksLogWhatFailed();
     void servicesAndCommand();
-    void rebootAtOnce();
+    void restart_data();
+    void restart();
     void windowFlags();
     void everyLineOfABigPackage_data();
     void everyLineOfABigPackage();
@@ -224,13 +225,30 @@ void TestUDiskUpWin::servicesAndCommand()
     QVERIFY(!QFileInfo::exists("/usr/vorn_app/command.out"));
 }
 
-void TestUDiskUpWin::rebootAtOnce()
+void TestUDiskUpWin::restart_data()
 {
-    fixture::writeScrambledIni(dir + "/pkg/update.ini", "[RESTART]\nREBOOT=1\nBEEPNUM=2\n");
+    QTest::addColumn<int>("reboot");
+    QTest::addColumn<int>("ticks"); // of the one-second countdown before the restart
+    QTest::newRow("REBOOT=1: at once") << 1 << 0;
+    QTest::newRow("REBOOT=2: after the countdown") << 2 << 11;
+}
+
+void TestUDiskUpWin::restart()
+{
+    QFETCH(int, reboot);
+    QFETCH(int, ticks);
+    fixture::writeScrambledIni(dir + "/pkg/update.ini",
+                               "[RESTART]\nREBOOT=" + QByteArray::number(reboot) + "\nBEEPNUM=2\n");
     run({});
     QVERIFY(dialog->isSucceeded());
-    QCOMPARE(panel->calls.filter(QRegularExpression("beep|reboot")).mid(0, 2),
-             (QStringList{"beep 1000", "reboot"}));
+    const QRegularExpression restart("beep 1000|reboot");
+    for (int tick = 0; tick < ticks; ++tick) {
+        QCOMPARE(panel->calls.filter(restart), QStringList());
+        QMetaObject::invokeMethod(dialog.get(), "onTimer");
+    }
+    QCOMPARE(panel->calls.filter(restart).mid(0, 2), (QStringList{"beep 1000", "reboot"}));
+    if (ticks > 0)
+        QVERIFY2(pane().contains(kel::text(2220).arg(0)), qPrintable(pane().join('\n')));
 }
 
 void TestUDiskUpWin::windowFlags()
