@@ -14,12 +14,9 @@
 #                                          KEL_BENCH_KEEP=1 keeps the packages for profiling)
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
-top="$here/.."
-build=$(realpath "${KEL_BUILD_DIR:-$top/build}")
+. "$here/../sim/work-lib.sh"
+work_dir perf
 runs=${1:-3}
-work="$build/perf"
-rm -rf "$work"
-mkdir -p "$work"
 kelpack="$build/tools/kelpack"
 program="$build/src/kelloadui.bin"
 crc="$build/bench/crc_floor"
@@ -28,7 +25,6 @@ echo "machine: $(nproc) cores; work directory $work ($(df -T "$work" | awk 'NR =
 ms() { echo $(($(date +%s%N) / 1000000)); }
 floors=0
 median() { tr ' ' '\n' | grep . | sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
-blob() { head -c "$2" /dev/urandom > "$1"; }
 header() { # an update.ini that applies nothing but what follows
     printf '[UPDATE]\nUPSYSTEM=%s\nUPVORN_APP=%s\nUPPROJECT=%s\n' "$1" "$2" "$3"
 }
@@ -46,7 +42,7 @@ measure() { # name stick [program options, default -s -nr]
         KELSIM_WRAPPER="env LD_PRELOAD=$build/bench/libsync_timer.so SYNC_TIMER_OUT=/tmp/sync.txt /usr/bin/time -f %M,%U,%S -o /tmp/rss.txt" \
             "$top/sim/kelsim" --panel "$panel" --runtime absent --timeout 900 --screenshots none \
             "$2" ${3:--s -nr} >"$work/$1.out" 2>&1 || true
-        head -n 1 "$2/update.log" | grep -q "成功" || { echo "$1: the update failed"; sed -n 1,40p "$work/$1.out"; exit 1; }
+        [ "$(head -n 1 "$2/update.log")" = "$(text 2059)" ] || { echo "$1: the update failed"; sed -n 1,40p "$work/$1.out"; exit 1; }
         walls="$walls $(cat "$panel/run/elapsed-ms.txt")"
         IFS=, read -r kb user kernel < "$panel/tmp/rss.txt"
         rss="$rss $kb"

@@ -38,7 +38,7 @@ if(kel_overrides)
             DESTINATION share/lintian/overrides RENAME kelpack-tools COMPONENT tools)
 endif()
 # The simulator without its fault suite, which needs a build tree; kelsim --version reads VERSION.
-install(PROGRAMS sim/kelsim sim/seal.sh sim/seal-changes.sh sim/panel-session.sh sim/report.sh
+install(PROGRAMS sim/kelsim sim/seal.sh sim/seal-inside.sh sim/seal-changes.sh sim/panel-session.sh sim/report.sh
                  sim/report-html.sh sim/seed-panel.sh
         DESTINATION ${KEL_TOOLS_LIBDIR}/sim COMPONENT tools)
 install(FILES sim/report-lib.sh sim/report-html.awk DESTINATION ${KEL_TOOLS_LIBDIR}/sim COMPONENT tools)

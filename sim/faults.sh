@@ -7,18 +7,16 @@
 #   faults.sh [POWER_CUTS (default 60)]     (KEL_BUILD_DIR: the build to test, default ./build)
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
-top="$here/.."
-build=$(realpath "${KEL_BUILD_DIR:-$top/build}")
+. "$here/work-lib.sh"
+work_dir faults
 cuts=${1:-60}
-work="$build/faults"
-rm -rf "$work"
-mkdir -p "$work"
+# The report markers as the log's first line shows them.
+succeeded=$(text 2059) failed=$(text 2055 | sed 's/\\n$//')
 
 # A realistic package: the sample plus a few MB in every set, so that faults land everywhere.
 tree="$work/tree"
 cp -R "$top/examples/sample/package" "$tree"
 mkdir -p "$tree/files/data" "$tree/system/payload"
-blob() { head -c "$2" /dev/urandom > "$1"; }
 records=""
 n=2
 for i in 1 2 3 4 5 6; do
@@ -105,19 +103,25 @@ check_files() {
 
 # The phase of the update a cut log ended in, from the reference log's lines up to its length. A
 # set's copies are logged as they are staged; once its last one is, its commit has begun.
+# Each phase begins with its message; a staged copy is reported with message 2201. (The patterns
+# reach awk through its environment, which keeps their backslashes.)
 phase_of() {
-    awk -v cut="$(wc -l < "$1")" '{ line[NR] = $0 } END {
+    cut=$(wc -l < "$1") system="^$(text_pattern 2107)" runtime="^$(text_pattern 2112)" \
+    project="^$(text_pattern 2118)" identity="^$(text_pattern 2124)" \
+    package="^$(text_pattern 2084)" delete="^$(text_pattern 2089)" \
+    rights="^$(text_pattern 2094)" staged="^$(text_pattern 2201)$" \
+    awk '{ line[NR] = $0 } END {
         p = "start"
-        for (i = 1; i <= cut && i <= NR; i++) {
+        for (i = 1; i <= ENVIRON["cut"] && i <= NR; i++) {
             s = line[i]
-            if (s ~ /正在进行升级系统/) p = "system-copy"
-            if (s ~ /正在升级运行环境/) p = "runtime"
-            if (s ~ /开始更新用户工程/) p = "project"
-            if (s ~ /正在进行升级U盘标识/) p = "identity-copy"
-            if (s ~ /开始拷贝指定文件/) p = "package-copy"
-            if (s ~ /开始删除指定文件/) p = "delete"
-            if (s ~ /给指定文件赋予可执行权限/) p = "rights-services-command"
-            if (s ~ /^拷贝文件.*成功！$/ && line[i + 1] !~ /^拷贝文件/) sub(/-copy$/, "-commit", p)
+            if (s ~ ENVIRON["system"]) p = "system-copy"
+            if (s ~ ENVIRON["runtime"]) p = "runtime"
+            if (s ~ ENVIRON["project"]) p = "project"
+            if (s ~ ENVIRON["identity"]) p = "identity-copy"
+            if (s ~ ENVIRON["package"]) p = "package-copy"
+            if (s ~ ENVIRON["delete"]) p = "delete"
+            if (s ~ ENVIRON["rights"]) p = "rights-services-command"
+            if (s ~ ENVIRON["staged"] && line[i + 1] !~ ENVIRON["staged"]) sub(/-copy$/, "-commit", p)
         }
         print p }' "$work/reference.log"
 }
@@ -131,7 +135,7 @@ simulate KELSIM_DURING='s=$(date +%s%N); until [ -s /media/usb0/update.log ]; do
 cp "$work/stick/update.log" "$work/reference.log"
 total=$(cat "$panel/run/elapsed-ms.txt")
 begins=$(cat "$panel/tmp/log-begins-ms")
-head -n 1 "$work/reference.log" | grep -q "成功" || { echo "the reference run failed"; cat "$work/last-run.txt"; exit 1; }
+[ "$(head -n 1 "$work/reference.log")" = "$succeeded" ] || { echo "the reference run failed"; cat "$work/last-run.txt"; exit 1; }
 echo "reference run: $total ms, the update from $begins ms on, $(wc -l < "$work/reference.log") log lines"
 
 # After a run that was killed: checks the files and that the log holds every line written before
@@ -206,8 +210,9 @@ data_files "$panel/run/after.txt" > "$work/a.txt"
 changed=$(diff "$work/b.txt" "$work/a.txt" | grep -c '^[<>]')
 staged=$(grep -c '\.tmp ' "$panel/run/after.txt")
 full_ok=no
-[ "$report" = "[失败]" ] && [ "$changed" = 0 ] && [ "$staged" = 0 ] &&
-    grep -q "写入文件" "$work/stick/update.log" && grep -q "先前文件还原成功" "$work/stick/update.log" &&
+[ "$report" = "$failed" ] && [ "$changed" = 0 ] && [ "$staged" = 0 ] &&
+    grep -q -E "$(text_pattern 2222)" "$work/stick/update.log" &&
+    grep -q -E "$(text_pattern 2177)" "$work/stick/update.log" &&
     full_ok=yes
 echo "full disk: 1 fault injected, report $report, $changed destination entries changed," \
      "$staged staged files left, red 2222 line and roll-back: $full_ok"
@@ -220,10 +225,10 @@ for fraction in 0.2 0.35 0.5 0.65 0.8; do
     pulled=$((pulled + 1))
     check_files "stick pulled at ${at}s"
     pulled_lost=$((pulled_lost + lost))
-    head -n 1 "$work/stick/update.log" 2>/dev/null | grep -q "失败" && pulled_failed=$((pulled_failed + 1))
+    [ "$(head -n 1 "$work/stick/update.log" 2>/dev/null)" = "$failed" ] && pulled_failed=$((pulled_failed + 1))
     grep -q '\.tmp ' "$panel/run/after.txt" && echo "    a staged .tmp file was left (stick pulled at ${at}s)"
 done
-echo "pulled stick: $pulled faults injected, $pulled_lost files lost, $pulled_failed runs reported [失败]"
+echo "pulled stick: $pulled faults injected, $pulled_lost files lost, $pulled_failed runs reported $failed"
 
 # A runtime that never exits: it runs as another user and the program may not signal it. Nobody is
 # asked in either mode; the program waits, touching nothing, until something ends it.
@@ -243,7 +248,7 @@ echo "runtime that never exits: 2 faults injected, $((quiet_changes + interactiv
 simulate KELSIM_SETUP="cp /bin/true /tmp/plcbridge && (/tmp/plcbridge & exec sleep 1000) >/dev/null 2>&1 &"
 stop_changes=$(changed_paths | wc -l)
 stop_refused=no
-grep -q "停止 plcbridge 失败！" "$work/stick/update.log" && stop_refused=yes
+grep -q -x "$(text 2221 | sed 's/%1/plcbridge/')" "$work/stick/update.log" && stop_refused=yes
 echo "STOPPROC surviving killall: 1 fault injected, $stop_changes files changed, red 2221 line: $stop_refused"
 
 # A failing md5sum: the runtime's checksum list cannot pass, so the installed runtime stays.
@@ -257,4 +262,4 @@ total_lost=$((lost_total + pulled_lost))
 echo "TOTAL: $((injected + 1 + pulled + 4)) faults injected, $total_lost files lost," \
      "$refused_changes files changed by refused runs"
 [ "$total_lost" = 0 ] && [ "$full_ok" = yes ] && [ "$precise_ok" = yes ] && [ "$logs_bad" = 0 ] && [ "$waited" = yes ] &&
-    [ "$stop_refused" = yes ] && [ "$refused_changes" = 0 ] && [ "$md5_report" = "[失败]" ]
+    [ "$stop_refused" = yes ] && [ "$refused_changes" = 0 ] && [ "$md5_report" = "$failed" ]

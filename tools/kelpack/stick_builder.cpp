@@ -127,29 +127,9 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
         folder == "language" || folder == "config" || folder == "qws")
         return fail(recipePath + ": [stick] folder=" + folder +
                     " must be one plain folder name other than language, config and qws");
-    const QString arch =
-        m_arch.isEmpty() ? recipe.value(stickGroup + recipe::kArch).toString() : m_arch;
-    if (!m_checkOnly && m_program.isEmpty() && !recipe.contains(stickGroup + recipe::kProgram) &&
-        !arch.isEmpty()) {
-        m_program = ProgramArch::installedProgram(arch);
-        if (!QFileInfo(m_program).isFile())
-            return fail("no panel program for " + arch + " is installed (" + m_program +
-                        "): give --program PATH");
-    }
-    if (m_program.isEmpty())
-        m_program =
-            QDir(m_tree).absoluteFilePath(recipe.value(stickGroup + recipe::kProgram).toString());
-    if (!m_checkOnly && !QFileInfo(m_program).isFile())
-        return fail("the program " + m_program + " does not exist (give --program PATH)");
-    QString why;
     QString programArch;
-    if (!m_checkOnly) {
-        programArch = ProgramArch::of(m_program, &why);
-        if (!arch.isEmpty() && programArch != arch)
-            return fail((programArch.isEmpty() ? why : m_program + ": built for " + programArch) +
-                        ", but the stick is for " + arch +
-                        " ([stick] arch or --arch): give the program built for " + arch);
-    }
+    if (!resolveProgram(recipe, &programArch))
+        return false;
     *entries = QStringList{folder, "language", "config", "qws"};
 
     const QString package = stick + "/" + folder;
@@ -170,6 +150,48 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
                                                               QFile::ExeOwner | QFile::ExeGroup |
                                                               QFile::ExeOther);
     }
+    if (!writeLanguages(recipe, stick))
+        return false;
+    // The program's processor: the one asked for, if any (checked above).
+    QString why;
+    if (!programArch.isEmpty() && !ProgramArch::writeRecord(stick, programArch, &why))
+        return fail(why);
+    // The stick manifest comes last: it lists every file written before it.
+    return writeManifests(package) && PackageSigner::signBuild(recipe, recipePath, package,
+                                                               m_signingKey, m_checkOnly, &m_error);
+}
+
+bool StickBuilder::resolveProgram(QSettings& recipe, QString* programArch)
+{
+    const QString stickGroup = QString(recipe::kStick) + "/";
+    const QString arch =
+        m_arch.isEmpty() ? recipe.value(stickGroup + recipe::kArch).toString() : m_arch;
+    if (!m_checkOnly && m_program.isEmpty() && !recipe.contains(stickGroup + recipe::kProgram) &&
+        !arch.isEmpty()) {
+        m_program = ProgramArch::installedProgram(arch);
+        if (!QFileInfo(m_program).isFile())
+            return fail("no panel program for " + arch + " is installed (" + m_program +
+                        "): give --program PATH");
+    }
+    if (m_program.isEmpty())
+        m_program =
+            QDir(m_tree).absoluteFilePath(recipe.value(stickGroup + recipe::kProgram).toString());
+    if (!m_checkOnly && !QFileInfo(m_program).isFile())
+        return fail("the program " + m_program + " does not exist (give --program PATH)");
+    QString why;
+    if (!m_checkOnly) {
+        *programArch = ProgramArch::of(m_program, &why);
+        if (!arch.isEmpty() && *programArch != arch)
+            return fail((programArch->isEmpty() ? why : m_program + ": built for " + *programArch) +
+                        ", but the stick is for " + arch +
+                        " ([stick] arch or --arch): give the program built for " + arch);
+    }
+    return true;
+}
+
+bool StickBuilder::writeLanguages(QSettings& recipe, const QString& stick)
+{
+    const QString stickGroup = QString(recipe::kStick) + "/";
     if (!copyLanguageFile(recipe, stick + "/language"))
         return false;
     const QString languages = recipe.value(stickGroup + recipe::kLanguages).toString();
@@ -179,8 +201,8 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
             if (!QFile::copy(lanDir.filePath(name), stick + "/language/" + name))
                 return fail(stick + "/language/" + name + ": cannot be written");
         }
-        QFile::remove(package + "/" + languages); // copied with the tree, belongs beside it
-        QDir(package + "/" + languages).removeRecursively();
+        QFile::remove(m_package + "/" + languages); // copied with the tree, belongs beside it
+        QDir(m_package + "/" + languages).removeRecursively();
     }
     QFile config(stick + "/config/vornUpdateSet.ini");
     if (!config.open(QIODevice::WriteOnly))
@@ -189,10 +211,11 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
                  QByteArray::number(recipe.value(stickGroup + recipe::kToolLanguage, 0).toInt()) +
                  "\n");
     config.close();
-    // The program's processor: the one asked for, if any (checked above).
-    if (!programArch.isEmpty() && !ProgramArch::writeRecord(stick, programArch, &why))
-        return fail(why);
+    return true;
+}
 
+bool StickBuilder::writeManifests(const QString& package)
+{
     // Items first: the package-wide manifest may name files inside them.
     for (const char* item : {"system", "kelinfo"}) {
         if (QFileInfo::exists(package + "/" + item + "/update.ini") &&
@@ -208,10 +231,7 @@ bool StickBuilder::buildStick(const QString& stick, QStringList* entries)
         return false;
     if (!QFileInfo::exists(package + "/update.ini"))
         return fail(m_tree + "/update.ini: the package manifest is missing");
-    // The stick manifest comes last: it lists every file written before it.
-    return writeManifest(package, "update.ini", true, false) &&
-           PackageSigner::signBuild(recipe, recipePath, package, m_signingKey, m_checkOnly,
-                                    &m_error);
+    return writeManifest(package, "update.ini", true, false);
 }
 
 bool StickBuilder::fillAuto(QSettings& source, const QString& dir, bool projectStyle,

@@ -64,6 +64,13 @@ public:
 private:
     // Writes the whole stick into the empty folder stick; returns the stick's top entries.
     bool buildStick(const QString& stick, QStringList* entries);
+    // The panel program to put on the stick and the processor it is built for (empty when only
+    // checking); false when it is missing or built for another processor than the stick's.
+    bool resolveProgram(QSettings& recipe, QString* programArch);
+    // language/ and config/ beside the package folder.
+    bool writeLanguages(QSettings& recipe, const QString& stick);
+    // Every manifest of the package folder, items first: the package's own may name their files.
+    bool writeManifests(const QString& package);
     bool fail(const QString& message);
     bool verifyStaged(const QString& packageDir);
     // The [language] file of the recipe, from the tree or shipped with the tool, as NNNN.lan.

@@ -105,9 +105,32 @@ bool SwuVerifier::verify(const QString& stickDir)
         m_error = m_swuFile + ": not an SWUpdate image (cpio): " + archive_error_string(in.get());
         return false;
     }
+    SwDescription description;
+    if (!readDescription(in.get(), &description))
+        return false;
+    QTemporaryFile stick(stickDir + "/../.stick-XXXXXX.tar");
+    if (!stick.open()) {
+        m_error = stickDir + ": cannot write beside it: " + stick.errorString();
+        return false;
+    }
+    QSet<QString> seen;
+    if (!readParts(in.get(), description, &stick, &seen) || !allPartsSeen(description, seen))
+        return false;
+    stick.flush();
+    if (!StickArchive::unpack(stick.fileName(), stickDir, &m_error))
+        return false;
+    m_summary = QString("%1: signature good (%2), version %3 for %4, the stick archive with good "
+                        "sha256 for the panel's %5 handler, no scripts\n")
+                    .arg(m_swuFile, m_certFile, description.version, description.models.join(", "),
+                         SwDescription::kHandlerType);
+    return true;
+}
+
+bool SwuVerifier::readDescription(archive* in, SwDescription* description)
+{
     QByteArray text, signature;
-    if (!readSmall(in.get(), SwDescription::kFileName, SwDescription::kMaxBytes, &text, &m_error) ||
-        !readSmall(in.get(), SwDescription::kSignatureName, SwDescription::kMaxBytes, &signature,
+    if (!readSmall(in, SwDescription::kFileName, SwDescription::kMaxBytes, &text, &m_error) ||
+        !readSmall(in, SwDescription::kSignatureName, SwDescription::kMaxBytes, &signature,
                    &m_error)) {
         m_error = m_swuFile + ": " + m_error;
         return false;
@@ -118,52 +141,51 @@ bool SwuVerifier::verify(const QString& stickDir)
                   ": the image was changed after signing or signed with another key";
         return false;
     }
-    SwDescription description;
-    if (!description.parse(text, &why)) {
+    if (!description->parse(text, &why)) {
         m_error = m_swuFile + ": " + SwDescription::kFileName + ": " + why +
                   ": build the image again with kelpack swu";
         return false;
     }
-    why = beyondStick(description, text);
+    why = beyondStick(*description, text);
     if (!why.isEmpty()) {
         m_error = m_swuFile + ": " + why;
         return false;
     }
+    return true;
+}
 
-    QTemporaryFile stick(stickDir + "/../.stick-XXXXXX.tar");
-    if (!stick.open()) {
-        m_error = stickDir + ": cannot write beside it: " + stick.errorString();
-        return false;
-    }
-    QSet<QString> seen;
+bool SwuVerifier::readParts(archive* in, const SwDescription& description, QFile* stick,
+                            QSet<QString>* seen)
+{
     archive_entry* entry = nullptr;
     int status;
-    while ((status = archive_read_next_header(in.get(), &entry)) == ARCHIVE_OK) {
+    while ((status = archive_read_next_header(in, &entry)) == ARCHIVE_OK) {
         const QString name = QString::fromUtf8(archive_entry_pathname(entry));
         QByteArray expected;
         for (const SwDescription::Part& part : description.parts) {
             if (part.name == name)
                 expected = part.sha256;
         }
-        if (expected.isEmpty() || seen.contains(name)) {
+        if (expected.isEmpty() || seen->contains(name)) {
             m_error = m_swuFile + ": " + name + " is not listed once in sw-description: the " +
                       "image was changed after signing";
             return false;
         }
-        seen.insert(name);
-        const bool isStick = name == SwDescription::kStickName;
+        seen->insert(name);
+        // Only the stick is kept; every part is hashed as it streams past.
         QCryptographicHash hash(QCryptographicHash::Sha256);
+        QFile* keep = name == SwDescription::kStickName ? stick : nullptr;
         QByteArray chunk(int(kChunk), Qt::Uninitialized);
         la_ssize_t got;
-        while ((got = archive_read_data(in.get(), chunk.data(), size_t(chunk.size()))) > 0) {
+        while ((got = archive_read_data(in, chunk.data(), size_t(chunk.size()))) > 0) {
             hash.addData(QByteArray::fromRawData(chunk.constData(), int(got)));
-            if (isStick && stick.write(chunk.constData(), got) != got) {
-                m_error = stick.fileName() + ": cannot write it: " + stick.errorString();
+            if (keep && keep->write(chunk.constData(), got) != got) {
+                m_error = keep->fileName() + ": cannot write it: " + keep->errorString();
                 return false;
             }
         }
         if (got < 0) {
-            m_error = m_swuFile + ": " + name + " is damaged: " + archive_error_string(in.get());
+            m_error = m_swuFile + ": " + name + " is damaged: " + archive_error_string(in);
             return false;
         }
         if (hash.result().toHex() != expected) {
@@ -173,10 +195,15 @@ bool SwuVerifier::verify(const QString& stickDir)
         }
     }
     if (status != ARCHIVE_EOF) {
-        m_error = m_swuFile + ": damaged after " + QString::number(seen.size()) +
-                  " parts: " + archive_error_string(in.get()) + ": copy the image again";
+        m_error = m_swuFile + ": damaged after " + QString::number(seen->size()) +
+                  " parts: " + archive_error_string(in) + ": copy the image again";
         return false;
     }
+    return true;
+}
+
+bool SwuVerifier::allPartsSeen(const SwDescription& description, const QSet<QString>& seen)
+{
     for (const SwDescription::Part& part : description.parts) {
         if (!seen.contains(part.name)) {
             m_error = m_swuFile + ": " + part.name + " is listed in sw-description but missing: " +
@@ -188,12 +215,5 @@ bool SwuVerifier::verify(const QString& stickDir)
         m_error = m_swuFile + ": holds no stick: build the image with kelpack swu";
         return false;
     }
-    stick.flush();
-    if (!StickArchive::unpack(stick.fileName(), stickDir, &m_error))
-        return false;
-    m_summary = QString("%1: signature good (%2), version %3 for %4, the stick archive with good "
-                        "sha256 for the panel's %5 handler, no scripts\n")
-                    .arg(m_swuFile, m_certFile, description.version, description.models.join(", "),
-                         SwDescription::kHandlerType);
     return true;
 }

@@ -61,6 +61,35 @@ QString SwuWriter::packageFolder(const QString& stickDir)
 
 bool SwuWriter::write()
 {
+    StickManifest manifest;
+    if (!readRelease(&manifest))
+        return false;
+    if (QFileInfo::exists(m_outFile) && !m_force) {
+        m_error = m_outFile + ": exists: name a new file, or add --force to replace it";
+        return false;
+    }
+    QTemporaryFile stick(QFileInfo(m_outFile).absolutePath() + "/.stick-XXXXXX.tar");
+    if (!stick.open()) {
+        m_error = m_outFile + ": cannot write beside it: " + stick.errorString();
+        return false;
+    }
+    if (!StickArchive::pack(m_stickDir, stick.fileName(), &m_error))
+        return false;
+    SwDescription description;
+    description.version = manifest.version;
+    description.models = manifest.models;
+    description.parts << SwDescription::Part{SwDescription::kStickName, sha256Of(&stick),
+                                             SwDescription::kStickSection,
+                                             SwDescription::kHandlerType};
+    const QByteArray text = description.text();
+    QByteArray signature;
+    if (!CmsSignature::sign(text, m_keyFile, m_certFile, &signature, &m_error))
+        return false;
+    return writeImage(text, signature, &stick);
+}
+
+bool SwuWriter::readRelease(StickManifest* manifest)
+{
     const QString folder = packageFolder(m_stickDir);
     if (folder.isEmpty()) {
         m_error = m_stickDir + ": no package folder with kelloadui.bin: name a stick built by "
@@ -76,50 +105,30 @@ bool SwuWriter::write()
                   m_stickDir + "/" + folder + " KEY --version V --models M,... first";
         return false;
     }
-    StickManifest manifest;
     int line = 0;
     QString why;
     if (manifestFile.size() > StickManifest::kMaxBytes ||
-        !manifest.parse(manifestFile.read(StickManifest::kMaxBytes), &line, &why)) {
+        !manifest->parse(manifestFile.read(StickManifest::kMaxBytes), &line, &why)) {
         m_error = QString("%1:%2: %3: sign the stick again with kelpack sign")
                       .arg(manifestPath)
                       .arg(line)
                       .arg(why);
         return false;
     }
-    if (manifest.models.isEmpty()) {
+    if (manifest->models.isEmpty()) {
         m_error = manifestPath + ": names no panel models: sign the stick again with --models";
         return false;
     }
-    if (QFileInfo::exists(m_outFile) && !m_force) {
-        m_error = m_outFile + ": exists: name a new file, or add --force to replace it";
-        return false;
-    }
+    return true;
+}
 
-    QTemporaryFile stick(QFileInfo(m_outFile).absolutePath() + "/.stick-XXXXXX.tar");
-    if (!stick.open()) {
-        m_error = m_outFile + ": cannot write beside it: " + stick.errorString();
-        return false;
-    }
-    if (!StickArchive::pack(m_stickDir, stick.fileName(), &m_error))
-        return false;
-
-    SwDescription description;
-    description.version = manifest.version;
-    description.models = manifest.models;
-    description.parts << SwDescription::Part{SwDescription::kStickName, sha256Of(&stick),
-                                             SwDescription::kStickSection,
-                                             SwDescription::kHandlerType};
-    const QByteArray text = description.text();
-    QByteArray signature;
-    if (!CmsSignature::sign(text, m_keyFile, m_certFile, &signature, &m_error))
-        return false;
+bool SwuWriter::writeImage(const QByteArray& text, const QByteArray& signature, QIODevice* stick)
+{
     QBuffer textData, signatureData;
     textData.setData(text);
     signatureData.setData(signature);
     textData.open(QIODevice::ReadOnly);
     signatureData.open(QIODevice::ReadOnly);
-
     QSaveFile out(m_outFile);
     if (!out.open(QIODevice::WriteOnly)) {
         m_error = m_outFile + ": cannot write it: " + out.errorString();
@@ -136,7 +145,7 @@ bool SwuWriter::write()
     }
     if (!appendEntry(cpio.get(), SwDescription::kFileName, &textData) ||
         !appendEntry(cpio.get(), SwDescription::kSignatureName, &signatureData) ||
-        !appendEntry(cpio.get(), SwDescription::kStickName, &stick))
+        !appendEntry(cpio.get(), SwDescription::kStickName, stick))
         return false;
     if (archive_write_close(cpio.get()) != ARCHIVE_OK || !out.commit()) {
         m_error = m_outFile + ": cannot finish it: " + out.errorString() + ": check the free space";

@@ -3,6 +3,7 @@
 #include <QString>
 
 class QIODevice;
+class StickManifest;
 struct archive;
 
 // "kelpack swu STICK OUT.swu": an SWUpdate image of a stick. A cpio archive holding the signed
@@ -22,6 +23,10 @@ public:
     static QString packageFolder(const QString& stickDir);
 
 private:
+    // The signed stick's release: its version and panel models, which the image carries.
+    bool readRelease(StickManifest* manifest);
+    // The image: sw-description, its signature and the stick archive, written all or nothing.
+    bool writeImage(const QByteArray& text, const QByteArray& signature, QIODevice* stick);
     bool appendEntry(archive* out, const QString& name, QIODevice* data);
 
     QString m_stickDir;
