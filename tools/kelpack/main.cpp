@@ -7,6 +7,7 @@
 #include "stick_builder.h"
 #include "swu_verifier.h"
 #include "swu_writer.h"
+#include "verify_report_page.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -25,8 +26,9 @@ const char kUsage[] =
     "       kelpack build PACKAGE_TREE OUTDIR [--program PATH] [--arch ARCH] [--force]\n"
     "                     [--sign SECRET_KEY] [--despite-errors]\n"
     "       kelpack verify PACKAGE_TREE|STICK_PACKAGE_DIR [--json] [--keys PUBLIC_KEY_DIR]\n"
-    "                      [--panel DIR|LISTING]\n"
+    "                      [--panel DIR|LISTING] [--report FILE.html]\n"
     "       kelpack verify IMAGE.swu --cms-cert CERT [--json] [--keys PUBLIC_KEY_DIR]\n"
+    "                      [--panel DIR|LISTING] [--report FILE.html]\n"
     "       kelpack plan PACKAGE_TREE|STICK_PACKAGE_DIR [--panel DIR|LISTING] [--json|--files]\n"
     "       kelpack info PACKAGE_TREE|STICK_PACKAGE_DIR [--json]   (the same as plan)\n"
     "       kelpack scramble PLAIN_INI SCRAMBLED_INI\n"
@@ -44,9 +46,11 @@ const char kUsage[] =
     "names: a copy of a panel's root folder, or a file listing its paths; --files prints only\n"
     "\"PATH<tab>SOURCE\" for each file left installed. verify predicts what the panel meets:\n"
     "errors fail or harm every panel, warnings depend on the panel; with --panel, what that\n"
-    "panel lacks is an error and what it has is no warning. build checks the same and\n"
-    "writes a new stick into OUTDIR only without errors; OUTDIR must be new or empty, --force\n"
-    "replaces only the stick's own entries there (the package folder, language/, config/, qws/).\n"
+    "panel lacks is an error and what it has is no warning; --report writes the findings\n"
+    "besides as a web page, grouped by file with their lines in context (FILE must be new).\n"
+    "build checks the same and writes a new stick into OUTDIR only without errors; OUTDIR\n"
+    "must be new or empty, --force replaces only the stick's own entries there (the package\n"
+    "folder, language/, config/, qws/).\n"
     "--despite-errors writes a stick that has errors, to show on a test panel what they do.\n"
     "--arch (or [stick] arch in kelpack.ini) names the panel's processor (armhf, arm64, amd64):\n"
     "the program must be built for it, and without --program the installed one for it is taken.\n"
@@ -170,6 +174,9 @@ int verify(const Arguments& args)
         return usageError("verify needs PACKAGE_TREE, STICK_PACKAGE_DIR or IMAGE.swu");
     QString target = args.positional[0];
     const bool json = args.options.contains("--json");
+    const QString page = args.options.value("--report");
+    if (!page.isEmpty() && (QFileInfo::exists(page) || QFileInfo(page).isSymLink()))
+        return usageError("--report " + page + " exists; name a new file");
     const bool image = target.endsWith(".swu") && QFileInfo(target).isFile();
     if (image != args.options.contains("--cms-cert"))
         return usageError(image ? "verify of an .swu needs --cms-cert CERT"
@@ -207,6 +214,14 @@ int verify(const Arguments& args)
                    errors || args.options.contains("--panel")
                        ? ""
                        : ": the outcome depends on the panel");
+    }
+    if (!page.isEmpty()) {
+        const QString checked =
+            image ? QFileInfo(args.positional[0]).absoluteFilePath() + " (the stick inside)"
+                  : package;
+        const VerifyReportPage html(report, checked, args.options.value("--panel"));
+        if (!html.write(page, &error))
+            return fail(error);
     }
     return report.hasErrors() ? 1 : 0;
 }
@@ -319,7 +334,7 @@ int main(int argc, char** argv)
     if (command == "build")
         args = parse(rest, {"--force", "--despite-errors"}, {"--program", "--arch", "--sign"});
     else if (command == "verify")
-        args = parse(rest, {"--json"}, {"--keys", "--cms-cert", "--panel"});
+        args = parse(rest, {"--json"}, {"--keys", "--cms-cert", "--panel", "--report"});
     else if (command == "swu")
         args = parse(rest, {"--force"}, {"--cms-key", "--cms-cert"});
     else if (command == "info" || command == "plan")

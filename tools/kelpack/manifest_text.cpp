@@ -4,6 +4,7 @@
 
 bool ManifestText::load(const QString& path)
 {
+    m_lines.clear();
     m_entries.clear();
     m_sections.clear();
     m_stray.clear();
@@ -15,8 +16,11 @@ bool ManifestText::load(const QString& path)
         bytes.remove(0, 3);
     QString section;
     int number = 0;
-    for (const QString& rawLine : QString::fromUtf8(bytes).split('\n')) {
+    for (QString rawLine : QString::fromUtf8(bytes).split('\n')) {
         ++number;
+        if (rawLine.endsWith('\r'))
+            rawLine.chop(1);
+        m_lines << rawLine;
         const QString line = rawLine.trimmed();
         if (line.isEmpty() || line.startsWith(';') || line.startsWith('#'))
             continue;
@@ -34,6 +38,9 @@ bool ManifestText::load(const QString& path)
         m_entries.append(
             {section, line.left(equals).trimmed(), line.mid(equals + 1).trimmed(), number});
     }
+    // The end of the last line starts no line of its own.
+    if (m_lines.size() > 1 && m_lines.last().isEmpty())
+        m_lines.removeLast();
     return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include <QPair>
 #include <QString>
+#include <QStringList>
 #include <QVector>
 
 // The plain text of an INI manifest as a person wrote it: every section and key with its line,
@@ -22,6 +23,8 @@ public:
     bool load(const QString& path);
 
     const QVector<Entry>& entries() const { return m_entries; }
+    // Every line as an editor shows it: without its line end, a byte that is not UTF-8 as U+FFFD.
+    const QStringList& lines() const { return m_lines; }
     // Sections in the order they first appear, with that line.
     const QVector<QPair<QString, int>>& sections() const { return m_sections; }
     // Lines of text that are neither a section, a key, a comment nor blank.
@@ -39,6 +42,7 @@ public:
     static bool hasUnquoted(const QString& value, QChar c);
 
 private:
+    QStringList m_lines;
     QVector<Entry> m_entries;
     QVector<QPair<QString, int>> m_sections;
     QVector<int> m_stray;

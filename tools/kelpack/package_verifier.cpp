@@ -458,6 +458,23 @@ void PackageVerifier::verify()
     QTemporaryDir scratch;
     m_scratch = scratch.path();
     QSettingsFactory::setScratchPath(m_scratch + "/opened.ini");
+    checkAll();
+    // While the scratch folder still holds the stick's unscrambled manifests.
+    keepFindingLines();
+}
+
+void PackageVerifier::keepFindingLines()
+{
+    for (const VerifyReport::Finding& finding : m_report.findings()) {
+        if (finding.line <= 0 || !m_report.lines(finding.file).isEmpty())
+            continue;
+        if (const ManifestText* manifest = text(finding.file))
+            m_report.setLines(finding.file, manifest->lines());
+    }
+}
+
+void PackageVerifier::checkAll()
+{
     lintAll();
     checkLanguages();
     checkSources();

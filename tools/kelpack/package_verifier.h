@@ -83,6 +83,10 @@ private:
     bool hasErrorIn(const QString& file) const;
     QString stickPath(const QString& folder, const QString& relative) const;
 
+    // The checks of verify(), in the order the updater applies the package.
+    void checkAll();
+    // Hands the report the text of each manifest a finding names a line of.
+    void keepFindingLines();
     void lintAll();
     // Names an encoding other than UTF-8; false when the file cannot be read as text at all.
     bool checkEncoding(const QString& file);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMap>
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -45,6 +46,11 @@ public:
         QStringList sources;
     };
     void setEndState(const EndState& end) { m_end = end; }
+    const EndState& endState() const { return m_end; }
+    // The lines of a manifest that findings point into, so that a report can show them in
+    // context after the manifest itself (a stick's unscrambled copy) is gone.
+    void setLines(const QString& file, const QStringList& lines) { m_lines.insert(file, lines); }
+    QStringList lines(const QString& file) const { return m_lines.value(file); }
 
     const QVector<Finding>& findings() const { return m_findings; }
     const QVector<Step>& steps() const { return m_steps; }
@@ -66,4 +72,5 @@ private:
     QVector<Finding> m_findings;
     QVector<Step> m_steps;
     EndState m_end;
+    QMap<QString, QStringList> m_lines;
 };
