@@ -38,8 +38,8 @@ if(kel_overrides)
             DESTINATION share/lintian/overrides RENAME kelpack-tools COMPONENT tools)
 endif()
 # The simulator without its fault suite, which needs a build tree; kelsim --version reads VERSION.
-install(PROGRAMS sim/kelsim sim/seal.sh sim/seal-inside.sh sim/seal-changes.sh sim/panel-session.sh sim/report.sh
-                 sim/report-html.sh sim/seed-panel.sh
+install(PROGRAMS sim/kelsim sim/seal.sh sim/seal-inside.sh sim/seal-changes.sh sim/panel-session.sh
+                 sim/report.sh sim/report-html.sh sim/seed-panel.sh sim/progress.sh
         DESTINATION ${KEL_TOOLS_LIBDIR}/sim COMPONENT tools)
 install(FILES sim/report-lib.sh sim/report-html.awk DESTINATION ${KEL_TOOLS_LIBDIR}/sim COMPONENT tools)
 if(TARGET kelsim_grab)
