@@ -27,7 +27,8 @@ ByteProgress::~ByteProgress()
 void ByteProgress::add(qint64 bytes)
 {
     m_done += bytes;
-    if (m_shown && m_sinceShown.elapsed() >= kRedrawMs)
+    // The last count is always shown: the step visibly reaches its end before the line goes.
+    if (m_shown && (m_sinceShown.elapsed() >= kRedrawMs || m_done >= m_total))
         show();
 }
 
