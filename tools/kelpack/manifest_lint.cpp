@@ -7,6 +7,7 @@
 
 #include <QRegularExpression>
 #include <algorithm>
+#include <vector>
 
 using namespace kel::keys;
 
@@ -79,6 +80,99 @@ const QRegularExpression& numbered()
     return pattern;
 }
 
+// How a section is named: itself, or numbered records of a base name; the prepare tables are
+// numbered up to a limit, and only the first one has keys the program uses.
+enum Naming
+{
+    Plain,
+    Numbered,
+    FirstPrepareTable,
+    OtherPrepareTable
+};
+
+// What the program reads from a section.
+enum Reading
+{
+    ReadsKeys, // the keys listed
+    AnyKey,    // every key (BACKUP)
+    NoEffect,  // read, but nothing of it is used
+    RootOnly   // read only from the package root's manifest
+};
+
+struct SectionRule
+{
+    int kinds; // bits of ManifestLint::Kind
+    const char* name;
+    Naming naming;
+    QStringList keys;
+    Reading reading = ReadsKeys;
+};
+
+constexpr int bit(ManifestLint::Kind kind)
+{
+    return 1 << kind;
+}
+
+// The sections each manifest may hold, first match wins.
+const std::vector<SectionRule>& sectionRules()
+{
+    const int operations = bit(ManifestLint::PackageManifest) | bit(ManifestLint::ItemManifest);
+    const int package = bit(ManifestLint::PackageManifest);
+    const int item = bit(ManifestLint::ItemManifest);
+    const int runtime = bit(ManifestLint::RuntimeManifest);
+    const int project = bit(ManifestLint::ProjectManifest);
+    const int recipeFile = bit(ManifestLint::Recipe);
+    static const std::vector<SectionRule> rules = {
+        {operations, kCopy, Plain, names({kCopyCount})},
+        {operations, kDelete, Plain, names({kDeleteCount})},
+        {operations, kExe, Plain, names({kExeCount})},
+        {operations, kCopy, Numbered, names(kCopyRecordKeys)},
+        {operations, kDelete, Numbered, names(kDeleteRecordKeys)},
+        {operations, kExe, Numbered, names(kExeRecordKeys)},
+        {item, kUpdate, Plain, {}, RootOnly},
+        {item, kBackup, Plain, {}, RootOnly},
+        {item, kRestart, Plain, {}, RootOnly},
+        {item, kPrepare, Plain, {}, RootOnly},
+        {item, kPrepare, FirstPrepareTable, {}, RootOnly},
+        {item, kPrepare, OtherPrepareTable, {}, RootOnly},
+        {package, kUpdate, Plain, names(kUpdateKeys)},
+        {package, kBackup, Plain, {}, AnyKey},
+        {package, kRestart, Plain, names(kRestartKeys)},
+        {package, kPrepare, Plain, names({kPrepareCount})},
+        {package, kPrepare, FirstPrepareTable, names({kStopProc})},
+        {package, kPrepare, OtherPrepareTable, {}, NoEffect},
+        {runtime, kUpdateInfo, Plain, names({kFileNum})},
+        {runtime, kAccessRight, Plain, names({kFileNum})},
+        {runtime, kRuntimeFile, Numbered, names(kRuntimeRecordKeys)},
+        {runtime, kRuntimeExe, Numbered, names({kFileName})},
+        {runtime, kPrepare, Plain, names({kTip, kVersion})},
+        {project, kGlobal, Plain, names({kFileCount})},
+        {project, kProjectFile, Numbered, names(kProjectRecordKeys)},
+        {project, kDownload, Plain, names(kDownloadKeys)},
+        {recipeFile, recipe::kStick, Plain, names(recipe::kStickKeys)},
+        {recipeFile, recipe::kLanguage, Plain, names(recipe::kLanguageKeys)},
+    };
+    return rules;
+}
+
+bool matches(const SectionRule& rule, const QString& section)
+{
+    const QRegularExpressionMatch match = numbered().match(section);
+    if (rule.naming == Plain)
+        return section == rule.name;
+    if (!match.hasMatch() || match.captured(1) != rule.name)
+        return false;
+    const bool table = match.captured(2).toInt() <= kPrepareTables;
+    switch (rule.naming) {
+    case Numbered:
+        return true;
+    case FirstPrepareTable:
+        return table && match.captured(2) == "1";
+    default:
+        return table && match.captured(2) != "1";
+    }
+}
+
 } // namespace
 
 ManifestLint::ManifestLint(Kind kind, const QString& file, bool allowAuto, VerifyReport* report)
@@ -116,80 +210,23 @@ void ManifestLint::add(bool error, int line, const QString& section, const QStri
 
 ManifestLint::Section ManifestLint::rule(const QString& section) const
 {
-    const QRegularExpressionMatch match = numbered().match(section);
-    const bool isNumbered = match.hasMatch();
-    const QString base = isNumbered ? match.captured(1) : section;
     Section s;
-    const auto known = [&s](const QStringList& keys) {
-        s.known = true;
-        s.keys = keys;
-        return s;
-    };
-    if (m_kind == PackageManifest || m_kind == ItemManifest) {
-        if (section == kCopy)
-            return known(names({kCopyCount}));
-        if (section == kDelete)
-            return known(names({kDeleteCount}));
-        if (section == kExe)
-            return known(names({kExeCount}));
-        if (isNumbered && base == kCopy)
-            return known(names(kCopyRecordKeys));
-        if (isNumbered && base == kDelete)
-            return known(names(kDeleteRecordKeys));
-        if (isNumbered && base == kExe)
-            return known(names(kExeRecordKeys));
-        const bool prepareTable =
-            isNumbered && base == kPrepare && match.captured(2).toInt() <= kPrepareTables;
-        if (m_kind == ItemManifest) {
-            if (section == kUpdate || section == kBackup || section == kRestart ||
-                section == kPrepare || prepareTable)
-                s.note = "is read only from the update.ini of the package root, never from an "
-                         "item's manifest";
+    for (const SectionRule& rule : sectionRules()) {
+        if (!(rule.kinds & bit(m_kind)) || !matches(rule, section))
+            continue;
+        if (rule.reading == RootOnly) {
+            s.note = "is read only from the update.ini of the package root, never from an item's "
+                     "manifest";
             return s;
         }
-        if (section == kUpdate)
-            return known(names(kUpdateKeys));
-        if (section == kBackup) {
-            s.anyKey = true;
-            return known({});
-        }
-        if (section == kRestart)
-            return known(names(kRestartKeys));
-        if (section == kPrepare)
-            return known(names({kPrepareCount}));
-        if (prepareTable && match.captured(2) == "1")
-            return known(names({kStopProc}));
-        if (prepareTable) {
-            s.noEffect = true;
+        s.known = true;
+        s.keys = rule.keys;
+        s.anyKey = rule.reading == AnyKey;
+        s.noEffect = rule.reading == NoEffect;
+        if (s.noEffect)
             s.note = "is read, but the program uses none of its keys";
-            return known({});
-        }
         return s;
     }
-    if (m_kind == RuntimeManifest) {
-        if (section == kUpdateInfo || section == kAccessRight)
-            return known(names({kFileNum}));
-        if (isNumbered && base == kRuntimeFile)
-            return known(names(kRuntimeRecordKeys));
-        if (isNumbered && base == kRuntimeExe)
-            return known(names({kFileName}));
-        if (section == kPrepare)
-            return known(names({kTip, kVersion}));
-        return s;
-    }
-    if (m_kind == ProjectManifest) {
-        if (section == kGlobal)
-            return known(names({kFileCount}));
-        if (isNumbered && base == kProjectFile)
-            return known(names(kProjectRecordKeys));
-        if (section == kDownload)
-            return known(names(kDownloadKeys));
-        return s;
-    }
-    if (section == recipe::kStick)
-        return known(names(recipe::kStickKeys));
-    if (section == recipe::kLanguage)
-        return known(names(recipe::kLanguageKeys));
     return s;
 }
 
