@@ -14,9 +14,10 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSettings>
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <memory>
+#include <string>
 
 using namespace kel::keys;
 
@@ -36,6 +37,27 @@ bool isProtected(const QString& name)
             return true;
     }
     return false;
+}
+
+// The lines of a command's output as a reader with a 1,024-byte line buffer takes them: a longer
+// line comes in pieces of 1,023 bytes, each judged on its own; the line end is dropped and a NUL
+// ends the text of its piece.
+QList<QByteArray> outputLines(const std::string& output)
+{
+    constexpr size_t kPieceBytes = 1023;
+    QList<QByteArray> lines;
+    size_t start = 0;
+    while (start < output.size()) {
+        const size_t newline = output.find('\n', start);
+        const size_t end = std::min(newline == std::string::npos ? output.size() : newline + 1,
+                                    start + kPieceBytes);
+        QByteArray line(output.substr(start, end - start).c_str());
+        if (line.endsWith('\n'))
+            line.chop(1);
+        lines << line;
+        start = end;
+    }
+    return lines;
 }
 
 QFileInfoList regularFiles(const QString& dir)
@@ -187,8 +209,10 @@ bool downLoadVorn_app::checkFile(downLoadStatus status)
         return false;
     }
 
-    FILE* pipe = popen(("md5sum -c " + m_versionFile + " 2>&1").toUtf8().constData(), "r");
-    if (!pipe) {
+    std::string output;
+    int shellStatus = 0;
+    if (!DoCmd::collect(("md5sum -c " + m_versionFile + " 2>&1").toUtf8().toStdString(), output,
+                        shellStatus)) {
         if (package || installed)
             emit emitMessage(kel::text(package ? kel::kRuntimeStickListCannotOpen
                                                : kel::kRuntimeInstalledListCannotOpen)
@@ -196,28 +220,21 @@ bool downLoadVorn_app::checkFile(downLoadStatus status)
                              Qt::red);
         return false;
     }
-    char line[1024];
-    memset(line, 0, sizeof line);
     QString transcript;
     int number = 0;
-    while (fgets(line, sizeof line, pipe)) {
-        QByteArray text(line);
-        if (text.endsWith('\n'))
-            text.chop(1);
+    for (const QByteArray& text : outputLines(output)) {
         const QString shown = QString::fromUtf8(text);
         transcript += QString::number(++number) + "." + shown + "\n\n";
-        memset(line, 0, sizeof line);
         if (!text.contains("OK")) {
             if (package || installed)
                 emit emitMessage(kel::text(package ? kel::kRuntimeStickFileCheckFailed
                                                    : kel::kRuntimeInstalledFileCheckFailed)
                                      .arg(shown),
                                  Qt::red);
-            pclose(pipe);
             return false;
         }
     }
-    if (pclose(pipe) == -1)
+    if (shellStatus == -1)
         perror("checkFile pclose failed!\n");
     emit emitMessage(kel::text(kel::kRuntimeListChecked).arg(m_versionFile), Qt::black);
     return true;
