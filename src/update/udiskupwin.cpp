@@ -258,7 +258,36 @@ void UDiskUpWin::failEnd(file_operation_c* op)
     updatefinished();
 }
 
+// The whole run, in its numbered steps; the first failure ends it where it stands.
 void UDiskUpWin::startUpdate()
+{
+    // 1-3. The run begins, with file operations of its own.
+    file_operation_c* op = beginRun();
+    // 4-5. The package's update.ini.
+    if (!readPackageSettings())
+        return failEnd(op);
+    // 6. The programs it names to stop.
+    if (!killProc())
+        return failEnd(op);
+    // 7. Its items: system, runtime, project, identity.
+    if (!runItemPhase())
+        return failEnd(op);
+    // 8-14. Its package-wide copy, delete and execute sets.
+    if (!applyCopySet(*op) || !applyDeleteSet(*op) || !applyExeSet(*op))
+        return failEnd(op);
+    // 15. Its boot services.
+    if (!autoRestart())
+        return failEnd(op);
+    // 16. The library cache, for the libraries just installed.
+    refreshLibraryCache();
+    // 17. Its command.
+    if (!executeCMD())
+        return endAfterFailedCommand(op);
+    // 18. Success: the countdown to the restart.
+    finishSucceeded(op);
+}
+
+file_operation_c* UDiskUpWin::beginRun()
 {
     if (startTimer)
         startTimer->stop();
@@ -269,91 +298,111 @@ void UDiskUpWin::startUpdate()
     connect(op, &file_operation_c::emitMessage, this, &UDiskUpWin::updateOutMessage);
     progressMax = 100;
     progressValue = 1;
+    return op;
+}
 
+bool UDiskUpWin::readPackageSettings()
+{
     if (!parseIniFile()) {
         emit emitMessage(kel::text(kel::kUpdateIniUnreadable), Qt::red);
-        return failEnd(op);
+        return false;
     }
     emit emitMessage(kel::text(kel::kUpdateIniRead), Qt::black);
     progressValue += 1;
+    // The one yield of the run: the dialog paints before the long steps.
     QCoreApplication::processEvents();
+    return true;
+}
 
-    if (!killProc()) {
-        delete op;
-        progressValue = getProcessValue(progressValue);
-        ui->btnRestart->setEnabled(true);
-        updatefinished();
-        return;
-    }
+bool UDiskUpWin::runItemPhase()
+{
     progressValue += 1;
     if (!updateData()) {
         emit emitMessage(kel::text(kel::kUpdateFailed), Qt::red);
-        return failEnd(op);
+        return false;
     }
+    return true;
+}
+
+bool UDiskUpWin::applyCopySet(file_operation_c& op)
+{
     progressValue += 1;
     emit emitMessage(kel::text(kel::kCopyingListedFiles), Qt::black);
-
-    if (optS == 1 && !op->checkCopyFile(copyFileSet)) {
+    if (optS == 1 && !op.checkCopyFile(copyFileSet)) {
         reportCheckFailure(kel::kCopyCheckFailedLog);
         emit emitMessage(kel::text(kel::kCopyCheckFailed), Qt::red);
-        return failEnd(op);
+        return false;
     }
-    if (!op->copyFile(copyFileSet)) {
+    if (!op.copyFile(copyFileSet)) {
         emit emitMessage(kel::text(kel::kCopyingFilesFailed), Qt::red);
-        return failEnd(op);
+        return false;
     }
     PanelLibrary::instance().sync();
     emit emitMessage(kel::text(kel::kFilesCopied), Qt::black);
     progressValue += 5;
-    emit emitMessage(kel::text(kel::kDeletingListedFiles), Qt::black);
+    return true;
+}
 
-    if (optS == 1 && !op->checkDelFile(delFileSet)) {
+bool UDiskUpWin::applyDeleteSet(file_operation_c& op)
+{
+    emit emitMessage(kel::text(kel::kDeletingListedFiles), Qt::black);
+    if (optS == 1 && !op.checkDelFile(delFileSet)) {
         reportCheckFailure(kel::kDeleteCheckFailedLog);
         emit emitMessage(kel::text(kel::kDeleteCheckFailed), Qt::red);
-        return failEnd(op);
+        return false;
     }
-    if (!op->removeFile(delFileSet, QString())) {
+    if (!op.removeFile(delFileSet, QString())) {
         emit emitMessage(kel::text(kel::kDeletingFilesFailed), Qt::red);
-        return failEnd(op);
+        return false;
     }
     PanelLibrary::instance().sync();
     emit emitMessage(kel::text(kel::kFilesDeleted), Qt::black);
     progressValue += 1;
-    emit emitMessage(kel::text(kel::kMakingListedFilesExecutable), Qt::black);
+    return true;
+}
 
-    if (optS == 1 && !op->checkExeFile(exeFileSet)) {
+bool UDiskUpWin::applyExeSet(file_operation_c& op)
+{
+    emit emitMessage(kel::text(kel::kMakingListedFilesExecutable), Qt::black);
+    if (optS == 1 && !op.checkExeFile(exeFileSet)) {
         if (logger) {
+            // This report line is written as it stands, not looked up.
             logger->writeReport(QString::fromUtf8("[失败]\n"));
             logger->write(kel::text(kel::kExecutableCheckFailedLog));
             logger->close();
         }
         emit emitMessage(kel::text(kel::kExecutableCheckFailed), Qt::red);
-        return failEnd(op);
+        return false;
     }
-    if (!op->grantExeFile(exeFileSet)) {
+    if (!op.grantExeFile(exeFileSet)) {
         emit emitMessage(kel::text(kel::kMakingFilesExecutableFailed), Qt::red);
-        return failEnd(op);
+        return false;
     }
     emit emitMessage(kel::text(kel::kFilesMadeExecutable), Qt::black);
     progressValue = 90;
+    return true;
+}
 
-    if (!autoRestart())
-        return failEnd(op);
-
+void UDiskUpWin::refreshLibraryCache()
+{
     PanelLibrary::instance().sync();
     progressValue += 1;
     PanelLibrary::instance().sync();
     setenv("LD_LIBRARY_PATH", kel::kVornAppDir, 1);
     DoCmd::run("ldconfig");
     PanelLibrary::instance().sync();
+}
 
-    if (!executeCMD()) {
-        ui->btnRestart->setEnabled(true);
-        delete op;
-        updatefinished();
-        return;
-    }
+void UDiskUpWin::endAfterFailedCommand(file_operation_c* op)
+{
+    // The command's failure leaves the progress where the run got to.
+    ui->btnRestart->setEnabled(true);
+    delete op;
+    updatefinished();
+}
 
+void UDiskUpWin::finishSucceeded(file_operation_c* op)
+{
     PanelLibrary::instance().sync();
     succeeded = true;
     finished = true;

@@ -111,6 +111,16 @@ private:
         int progressStep;
     };
     bool runItem(const ItemTexts& item, bool (UDiskUpWin::*check)(), bool (UDiskUpWin::*worker)());
+    // The steps of startUpdate, in their order; false ends the run with failEnd.
+    file_operation_c* beginRun();
+    bool readPackageSettings();
+    bool runItemPhase();
+    bool applyCopySet(file_operation_c& op);
+    bool applyDeleteSet(file_operation_c& op);
+    bool applyExeSet(file_operation_c& op);
+    void refreshLibraryCache();
+    void endAfterFailedCommand(file_operation_c* op);
+    void finishSucceeded(file_operation_c* op);
     void failEnd(file_operation_c* op);
     void showBox(kel::TextId title, const QString& text, bool warning);
 
