@@ -205,11 +205,10 @@ bool downLoadPro::hasRoomForProject()
         room.addNew(info.desPath + info.name, QFileInfo(info.srcPath + info.name).size());
         room.addOld(info.desPath + info.name);
     }
-    qint64 needed = 0;
-    qint64 available = 0;
-    if (room.enough(&needed, &available))
+    QString shortage;
+    if (room.enough(&shortage))
         return true;
-    emit emitMessage(kel::text(kel::kNotEnoughRoom).arg(needed).arg(available), Qt::red);
+    emit emitMessage(shortage, Qt::red);
     return false;
 }
 

@@ -261,11 +261,10 @@ bool downLoadVorn_app::hasRoomForUpdate()
             room.addOld(info.des_path + file.fileName());
         }
     }
-    qint64 needed = 0;
-    qint64 available = 0;
-    if (room.enough(&needed, &available))
+    QString shortage;
+    if (room.enough(&shortage))
         return true;
-    emit emitMessage(kel::text(kel::kNotEnoughRoom).arg(needed).arg(available), Qt::red);
+    emit emitMessage(shortage, Qt::red);
     return false;
 }
 
