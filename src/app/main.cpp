@@ -143,9 +143,9 @@ int main(int argc, char** argv)
     pDiskUpWin = new (std::nothrow) UDiskUpWin(nullptr);
     if (!pDiskUpWin) {
         CLogger failure(logPath, CLogger::ReadWrite);
-        failure.writeReport(kel::text(2055));
+        failure.writeReport(kel::text(kel::kReportFailed));
         failure.write("------------------------\n");
-        failure.write(kel::text(2052));
+        failure.write(kel::text(kel::kOutOfMemory));
         failure.close();
         return -1;
     }
@@ -160,7 +160,7 @@ int main(int argc, char** argv)
     background.show();
     if (glChosenHere)
         qunsetenv("QT_XCB_GL_INTEGRATION");
-    logger->write(kel::text(2054));
+    logger->write(kel::text(kel::kReportHeading));
     logger->write("------------------------\n");
     QObject::connect(pDiskUpWin, &UDiskUpWin::setErrorBackgrnd, &background,
                      &winBackgrnd::setBackgrnd);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "text_id.h"
+
 #include <QString>
 #include <map>
 
@@ -25,7 +27,7 @@ private:
 };
 
 namespace kel {
-// The current language's text for id.
+// The current language's text for id, one of the TextId names.
 inline QString text(int id)
 {
     return MultilingualManager::GetInstance()->getMultilingualValue(id);

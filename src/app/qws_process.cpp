@@ -1,6 +1,7 @@
 #include "qws_process.h"
 
 #include "def.h"
+#include "do_cmd.h"
 
 #include <QFile>
 #include <QProcess>
@@ -61,7 +62,7 @@ bool QwsProcess::startQwsServer(const QString& serverProgram)
     }
     fclose(in);
     fclose(out);
-    const int status = system((std::string("chmod +x ") + kel::kQwsServerTmpPath).c_str());
+    const int status = DoCmd::run(std::string("chmod +x ") + kel::kQwsServerTmpPath);
     if (status == -1 || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
         puts("cmd exec failed...");
         return false;

@@ -1,6 +1,7 @@
 #include "disk_room.h"
 
 #include "link_safe.h"
+#include "multilingual_management.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -83,4 +84,14 @@ bool DiskRoom::enough(qint64* neededKb, qint64* availableKb) const
         }
     }
     return true;
+}
+
+bool DiskRoom::enough(QString* shortage) const
+{
+    qint64 needed = 0;
+    qint64 available = 0;
+    if (enough(&needed, &available))
+        return true;
+    *shortage = kel::text(kel::kNotEnoughRoom).arg(needed).arg(available);
+    return false;
 }

@@ -18,10 +18,14 @@ public:
     // nothing, and a path inside a tree already added is not credited twice.
     void addOld(const QString& path);
 
+    // False when some file system lacks room; shortage then holds the line that tells the user
+    // what is needed and what is available, which the installers show in red.
+    bool enough(QString* shortage) const;
+
+private:
     // False when some file system lacks room; neededKb and availableKb then describe it.
     bool enough(qint64* neededKb, qint64* availableKb) const;
 
-private:
     std::map<QString, qint64> m_new;
     std::set<QString> m_old;
 };

@@ -62,9 +62,9 @@ bool file_operation_c::copyFile(CopyFileSet set)
 {
     for (const copyFileInfo_s& info : set) {
         if (!copyFile(info)) {
-            emit emitMessage(kel::text(2176), Qt::red);
+            emit emitMessage(kel::text(kel::kCopyFailedRestoring), Qt::red);
             removeFile(m_stagingList, ".tmp");
-            emit emitMessage(kel::text(2177), Qt::black);
+            emit emitMessage(kel::text(kel::kCopyFailedRestored), Qt::black);
             return false;
         }
     }
@@ -91,7 +91,7 @@ bool file_operation_c::copyFile(const copyFileInfo_s& info)
 bool file_operation_c::copyRegualFile(const copyFileInfo_s& info)
 {
     if (!QFileInfo::exists(info.srcPath)) {
-        emit emitMessage(kel::text(2193).arg(info.srcPath), Qt::red);
+        emit emitMessage(kel::text(kel::kCopySourceMissing).arg(info.srcPath), Qt::red);
         return false;
     }
     if (!isFileChecked(info, CHECK_SOURCE))
@@ -100,11 +100,12 @@ bool file_operation_c::copyRegualFile(const copyFileInfo_s& info)
     if (info.destPath.contains('\\'))
         dir = info.destPath.left(info.destPath.lastIndexOf('\\'));
     if (!QDir(dir).exists() && !QDir().mkpath(dir)) {
-        emit emitMessage(kel::text(2194).arg(dir), Qt::red);
+        emit emitMessage(kel::text(kel::kCopyCannotCreateFolder).arg(dir), Qt::red);
         return false;
     }
     if (!copyBaseFile(info.srcPath, info.destPath)) {
-        emit emitMessage(kel::text(2195).arg(info.srcPath, info.destPath), Qt::red);
+        emit emitMessage(kel::text(kel::kCopyFileToFileFailed).arg(info.srcPath, info.destPath),
+                         Qt::red);
         return false;
     }
     m_stagingList.insert(madeFile(info.destPath + ".tmp"));
@@ -118,13 +119,13 @@ bool file_operation_c::copyBaseFile(QString src, QString dest)
     const QString staged = dest + ".tmp";
     switch (FileCopier::copy(src, staged)) {
     case FileCopier::Ok:
-        emit emitMessage(kel::text(2201).arg(src), Qt::black);
+        emit emitMessage(kel::text(kel::kFileCopied).arg(src), Qt::black);
         return true;
     case FileCopier::SourceUnreadable:
         return false;
     default:
         // A truncated staged file must not reach the commit, whatever its checksum rule says.
-        emit emitMessage(kel::text(2222).arg(staged), Qt::red);
+        emit emitMessage(kel::text(kel::kCannotWriteFile).arg(staged), Qt::red);
         QFile::remove(staged);
         return false;
     }
@@ -140,7 +141,7 @@ bool file_operation_c::isFileCheckedCRC32(const copyFileInfo_s& info, downLoadSt
                                              : FileCopier::crc32Of(path, &crc);
     const bool match = read && crcText(crc) == info.crc32.toUpper();
     if (!match)
-        emit emitMessage(kel::text(2211).arg(path), Qt::red);
+        emit emitMessage(kel::text(kel::kCrc32Mismatch).arg(path), Qt::red);
     return match;
 }
 
@@ -149,9 +150,10 @@ bool file_operation_c::isFileChecked(const copyFileInfo_s& info, downLoadStatus 
     if (isFileCheckedCRC32(info, status))
         return true;
     if (status == CHECK_SOURCE)
-        emit emitMessage(kel::text(2209).arg(info.srcPath), Qt::red);
+        emit emitMessage(kel::text(kel::kSourceCrcCheckFailed).arg(info.srcPath), Qt::red);
     else
-        emit emitMessage(kel::text(2210).arg(info.destPath + ".tmp"), Qt::red);
+        emit emitMessage(kel::text(kel::kStagedCrcCheckFailed).arg(info.destPath + ".tmp"),
+                         Qt::red);
     return false;
 }
 
@@ -159,17 +161,19 @@ bool file_operation_c::copyDirFile(const copyFileInfo_s& info)
 {
     QDir src(info.srcPath);
     if (!src.exists()) {
-        emit emitMessage(kel::text(2197).arg(info.srcPath), Qt::red);
+        emit emitMessage(kel::text(kel::kCopyFolderMissing).arg(info.srcPath), Qt::red);
         return false;
     }
     if (!QDir(info.destPath).exists() && !QDir().mkpath(info.destPath)) {
-        emit emitMessage(kel::text(2196).arg(info.destPath), Qt::red);
+        emit emitMessage(kel::text(kel::kCannotCreateFolder).arg(info.destPath), Qt::red);
         return false;
     }
     for (const QFileInfo& file : src.entryInfoList(QDir::Files | kListFlags, QDir::Name)) {
         const QString dest = info.destPath + "/" + file.fileName();
         if (!copyBaseFile(file.absoluteFilePath(), dest)) {
-            emit emitMessage(kel::text(2198).arg(file.absoluteFilePath(), dest), Qt::red);
+            emit emitMessage(
+                kel::text(kel::kCopyFileIntoFolderFailed).arg(file.absoluteFilePath(), dest),
+                Qt::red);
             return false;
         }
         m_stagingList.insert(madeFile(dest + ".tmp"));
@@ -180,7 +184,7 @@ bool file_operation_c::copyDirFile(const copyFileInfo_s& info)
 bool file_operation_c::copyDirRecursive(const copyFileInfo_s& info)
 {
     if (!QDir(info.srcPath).exists()) {
-        emit emitMessage(kel::text(2200).arg(info.srcPath), Qt::red);
+        emit emitMessage(kel::text(kel::kCopyTreeFolderMissing).arg(info.srcPath), Qt::red);
         return false;
     }
     if (!copyDirFile(info))
@@ -234,21 +238,21 @@ bool file_operation_c::removeRegularFile(const delFileInfo_s& info, QString suff
     if (!info.srcPath.endsWith(suffix))
         return true;
     if (!LinkSafe::exists(info.srcPath)) {
-        emit emitMessage(kel::text(2180).arg(info.srcPath), Qt::red);
+        emit emitMessage(kel::text(kel::kDeleteFileMissing).arg(info.srcPath), Qt::red);
         return true;
     }
     if (LinkSafe::remove(info.srcPath)) {
-        emit emitMessage(kel::text(2182).arg(info.srcPath), Qt::black);
+        emit emitMessage(kel::text(kel::kFileDeleted).arg(info.srcPath), Qt::black);
         return true;
     }
-    emit emitMessage(kel::text(2181).arg(info.srcPath), Qt::red);
+    emit emitMessage(kel::text(kel::kDeleteFileFailed).arg(info.srcPath), Qt::red);
     return false;
 }
 
 bool file_operation_c::removeDirFile(const delFileInfo_s& info, QString suffix)
 {
     if (!LinkSafe::exists(info.srcPath)) {
-        emit emitMessage(kel::text(2183).arg(info.srcPath), Qt::red);
+        emit emitMessage(kel::text(kel::kDeleteFolderMissing).arg(info.srcPath), Qt::red);
         return true;
     }
     if (!LinkSafe::isDir(info.srcPath)) {
@@ -263,11 +267,11 @@ bool file_operation_c::removeDirFile(const delFileInfo_s& info, QString suffix)
             continue;
         const QString path = dir.filePath(name);
         if (!LinkSafe::exists(path)) {
-            emit emitMessage(kel::text(2184).arg(name), Qt::red);
+            emit emitMessage(kel::text(kel::kDeleteInFolderFileMissing).arg(name), Qt::red);
         } else if (LinkSafe::remove(path)) {
-            emit emitMessage(kel::text(2186).arg(name), Qt::black);
+            emit emitMessage(kel::text(kel::kFileInFolderDeleted).arg(name), Qt::black);
         } else {
-            emit emitMessage(kel::text(2185).arg(name), Qt::red);
+            emit emitMessage(kel::text(kel::kDeleteInFolderFailed).arg(name), Qt::red);
             all = false;
         }
     }
@@ -277,7 +281,7 @@ bool file_operation_c::removeDirFile(const delFileInfo_s& info, QString suffix)
 bool file_operation_c::removeDirRecursive(const delFileInfo_s& info, QString suffix)
 {
     if (!LinkSafe::exists(info.srcPath)) {
-        emit emitMessage(kel::text(2187).arg(Gbk2Utf8(info.srcPath)), Qt::red);
+        emit emitMessage(kel::text(kel::kDeleteTreeMissing).arg(Gbk2Utf8(info.srcPath)), Qt::red);
         return true;
     }
     if (!LinkSafe::isDir(info.srcPath)) {
@@ -297,14 +301,15 @@ bool file_operation_c::removeDirRecursive(const delFileInfo_s& info, QString suf
             continue;
         const QString name = Gbk2Utf8(entry.filePath());
         if (!LinkSafe::exists(entry.filePath()))
-            emit emitMessage(kel::text(2188).arg(name), Qt::red);
+            emit emitMessage(kel::text(kel::kDeleteInTreeFileMissing).arg(name), Qt::red);
         else if (LinkSafe::remove(entry.filePath()))
-            emit emitMessage(kel::text(2190).arg(name), Qt::black);
+            emit emitMessage(kel::text(kel::kFileInTreeDeleted).arg(name), Qt::black);
         else
-            emit emitMessage(kel::text(2189).arg(name), Qt::red);
+            emit emitMessage(kel::text(kel::kDeleteInTreeFailed).arg(name), Qt::red);
     }
     const bool removed = QDir().rmdir(info.srcPath);
-    emit emitMessage(kel::text(removed ? 2191 : 2192).arg(Gbk2Utf8(info.srcPath)),
+    emit emitMessage(kel::text(removed ? kel::kFolderDeleted : kel::kFolderDeleteFailed)
+                         .arg(Gbk2Utf8(info.srcPath)),
                      removed ? Qt::black : Qt::red);
     return removed;
 }
@@ -330,7 +335,7 @@ bool file_operation_c::renameFile(const copyFileInfo_s& info, QString suffix)
     }
 }
 
-bool file_operation_c::commitStaged(const QString& staged, int failureText)
+bool file_operation_c::commitStaged(const QString& staged, kel::TextId failureText)
 {
     const QFileInfo stagedInfo(staged);
     const QString final = stagedInfo.absolutePath() + "/" + stagedInfo.completeBaseName();
@@ -341,7 +346,7 @@ bool file_operation_c::commitStaged(const QString& staged, int failureText)
         m_backupList.insert(madeFile(final + ".bak"));
     if (!LinkSafe::rename(staged, final)) {
         const bool stagedMissing = errno == ENOENT;
-        emit emitMessage(stagedMissing ? kel::text(2204).arg(staged)
+        emit emitMessage(stagedMissing ? kel::text(kel::kRenameFileMissing).arg(staged)
                                        : kel::text(failureText).arg(staged, final),
                          Qt::red);
         return false;
@@ -353,10 +358,10 @@ bool file_operation_c::renameRegualrFile(const copyFileInfo_s& info, QString suf
 {
     const QString staged = info.destPath + suffix;
     if (!LinkSafe::exists(staged)) {
-        emit emitMessage(kel::text(2202).arg(staged), Qt::red);
+        emit emitMessage(kel::text(kel::kRenameTargetMissing).arg(staged), Qt::red);
         return false;
     }
-    commitStaged(staged, 2203);
+    commitStaged(staged, kel::kRenameFileFailed);
     return true;
 }
 
@@ -364,12 +369,12 @@ bool file_operation_c::renameDirName(const copyFileInfo_s& info, QString suffix)
 {
     QDir dir(info.destPath);
     if (!dir.exists()) {
-        emit emitMessage(kel::text(2205).arg(info.destPath), Qt::red);
+        emit emitMessage(kel::text(kel::kRenameFolderMissing).arg(info.destPath), Qt::red);
         return false;
     }
     for (const QString& name : dir.entryList(QDir::Files | kListFlags, QDir::Name)) {
         if (name.endsWith(suffix))
-            commitStaged(dir.filePath(name), 2206);
+            commitStaged(dir.filePath(name), kel::kRenameInFolderFailed);
     }
     return true;
 }
@@ -377,7 +382,7 @@ bool file_operation_c::renameDirName(const copyFileInfo_s& info, QString suffix)
 bool file_operation_c::renameDirRecursive(const copyFileInfo_s& info, QString suffix)
 {
     if (!QDir(info.destPath).exists()) {
-        emit emitMessage(kel::text(2207).arg(info.destPath), Qt::red);
+        emit emitMessage(kel::text(kel::kRenameTreeFolderMissing).arg(info.destPath), Qt::red);
         return false;
     }
     if (!renameDirName(info, suffix))
@@ -387,7 +392,7 @@ bool file_operation_c::renameDirRecursive(const copyFileInfo_s& info, QString su
         sub.srcPath += "/" + name;
         sub.destPath += "/" + name;
         if (!QDir(sub.destPath).isReadable()) {
-            emit emitMessage(kel::text(2208).arg(sub.destPath), Qt::red);
+            emit emitMessage(kel::text(kel::kRenameSubfolderMissing).arg(sub.destPath), Qt::red);
             continue;
         }
         renameDirRecursive(sub, suffix);
@@ -408,10 +413,10 @@ bool file_operation_c::grantExeFile(ExeFileSet set)
 {
     for (const exeFileInfo_s& info : set) {
         if (!QFileInfo::exists(info.srcPath)) {
-            emit emitMessage(kel::text(2178).arg(info.srcPath), Qt::red);
+            emit emitMessage(kel::text(kel::kExecutableFileMissing).arg(info.srcPath), Qt::red);
             return false;
         }
-        emit emitMessage(kel::text(2179).arg(info.srcPath), Qt::black);
+        emit emitMessage(kel::text(kel::kMakingFileExecutable).arg(info.srcPath), Qt::black);
         if (!DoCmd::do_cmd_only(("chmod a+x " + info.srcPath).toUtf8().toStdString()))
             return false;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "generateconfiginfo.h"
+#include "text_id.h"
 
 #include <QColor>
 #include <QObject>
@@ -55,7 +56,7 @@ signals:
 private:
     // Moves the file that staged replaces aside to ".bak" and puts staged in its place; a failed
     // final rename is reported with failureText (source and destination).
-    bool commitStaged(const QString& staged, int failureText);
+    bool commitStaged(const QString& staged, kel::TextId failureText);
 
     DelFileSet m_backupList;
     DelFileSet m_stagingList;

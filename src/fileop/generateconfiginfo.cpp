@@ -66,13 +66,13 @@ GenerateConfigInfo::GenerateConfigInfo()
 std::unique_ptr<QSettings> GenerateConfigInfo::openManifest(const QString& path)
 {
     if (!QFile::exists(path)) {
-        emit emitMessage(kel::text(2217).arg(path), Qt::red);
+        emit emitMessage(kel::text(kel::kIniFileMissing).arg(path), Qt::red);
         return nullptr;
     }
     std::unique_ptr<QSettings> settings(
         QSettingsFactory::createQSettings(path, QSettings::IniFormat));
     if (!settings || !countsPlausible(settings.get())) {
-        emit emitMessage(kel::text(2218).arg(path), Qt::red);
+        emit emitMessage(kel::text(kel::kIniFileMissingOrInvalid).arg(path), Qt::red);
         return nullptr;
     }
     return settings;

@@ -11,8 +11,6 @@
 
 namespace {
 
-const int kTitleText = 2224;
-const int kAdviceText = 2238;
 const int kTickMs = 1000;
 
 QLabel* addLabel(QVBoxLayout* layout, const QString& text, int pixelSize, bool bold)
@@ -45,9 +43,9 @@ GateNotice::GateNotice(const QString& reason, const QString& packageDir, int sec
     const int base = QWidget::font().pixelSize() > 0 ? QWidget::font().pixelSize() : 12;
     auto* layout = new QVBoxLayout(this);
     layout->addStretch();
-    m_title = addLabel(layout, kel::text(kTitleText), base * 2, true);
+    m_title = addLabel(layout, kel::text(kel::kGateUpdateRefused), base * 2, true);
     m_reason = addLabel(layout, reason, base + base / 2, false);
-    m_advice = addLabel(layout, kel::text(kAdviceText), base + base / 2, false);
+    m_advice = addLabel(layout, kel::text(kel::kGateRemoveStickAndTell), base + base / 2, false);
     layout->addStretch();
     setGeometry(QGuiApplication::primaryScreen()->geometry());
 }

@@ -33,16 +33,6 @@
 
 namespace {
 
-const int kBuiltInSuccessReport = 2059;
-const int kBuiltInRunningReport = 2054;
-const int kFailureReport = 2055;
-const int kTitleText = 2224;
-const int kCannotStartText = 2237;
-const int kNoRoomText = 2239;
-const int kSourceOutsideText = 2240;
-const int kStateUnwritableText = 2242;
-const int kBusyText = 2244;
-const int kCannotCopyText = 2245;
 const int kRefusalBeepMs = 1000;
 const qint64 kMib = qint64(1) << 20;
 // The log carried between the stick and the panel; a larger one is started afresh.
@@ -67,17 +57,24 @@ const char kLanguageDirFromProgram[] = "/../share/kelgate/language/";
 struct ReasonText
 {
     StickCheck::Result result;
-    int id;
+    kel::TextId id;
 };
 
 const ReasonText kReasonTexts[] = {
-    {StickCheck::ManifestUnreadable, 2225}, {StickCheck::Unsigned, 2226},
-    {StickCheck::BadSignature, 2227},       {StickCheck::FileChanged, 2228},
-    {StickCheck::FileMissing, 2229},        {StickCheck::ExtraFile, 2230},
-    {StickCheck::UnsafeEntry, 2231},        {StickCheck::OtherModel, 2232},
-    {StickCheck::OlderVersion, 2233},       {StickCheck::PanelTooOld, 2234},
-    {StickCheck::ModelUnknown, 2235},       {StickCheck::FileUnreadable, 2236},
-    {StickCheck::KeysUnusable, 2241},       {StickCheck::VersionUnreadable, 2243},
+    {StickCheck::ManifestUnreadable, kel::kGateManifestUnreadable},
+    {StickCheck::Unsigned, kel::kGateUnsigned},
+    {StickCheck::BadSignature, kel::kGateBadSignature},
+    {StickCheck::FileChanged, kel::kGateFileChanged},
+    {StickCheck::FileMissing, kel::kGateFileMissing},
+    {StickCheck::ExtraFile, kel::kGateFileNotListed},
+    {StickCheck::UnsafeEntry, kel::kGateUnsafeEntry},
+    {StickCheck::OtherModel, kel::kGateOtherModel},
+    {StickCheck::OlderVersion, kel::kGateOlderVersion},
+    {StickCheck::PanelTooOld, kel::kGatePanelTooOld},
+    {StickCheck::ModelUnknown, kel::kGateModelUnknown},
+    {StickCheck::FileUnreadable, kel::kGateFileUnreadable},
+    {StickCheck::KeysUnusable, kel::kGateKeysUnusable},
+    {StickCheck::VersionUnreadable, kel::kGateVersionUnreadable},
 };
 
 void journal(const QString& line)
@@ -181,8 +178,9 @@ void KelGate::loadTexts()
 {
     MultilingualManager* texts = MultilingualManager::GetInstance();
     texts->loadMultilingualFile(QString(), kel::kDefaultLanguageFile);
-    m_successReport = kel::text(kBuiltInSuccessReport);
-    m_runningReport = kel::text(kBuiltInRunningReport);
+    // The report lines as the updater writes them, from the built-in table whatever the language.
+    m_successReport = kel::text(kel::kReportSucceeded);
+    m_runningReport = kel::text(kel::kReportHeading);
     texts->loadMultilingualFile(languageFile(), kel::kDefaultLanguageFile);
 }
 
@@ -226,8 +224,8 @@ int KelGate::run(int& argc, char** argv)
     // belongs to the running update.
     if (!lockRun())
         return m_lock >= 0 && errno == EWOULDBLOCK
-                   ? refuse(kel::text(kBusyText), QString(), false)
-                   : refuse(kel::text(kCannotCopyText).arg(m_runDir), strerror(errno));
+                   ? refuse(kel::text(kel::kGateAnotherStickBusy), QString(), false)
+                   : refuse(kel::text(kel::kGateCannotPrepareCopy).arg(m_runDir), strerror(errno));
     return checkAndStart(argv);
 }
 
@@ -236,8 +234,9 @@ int KelGate::checkAndStart(char** argv)
     PanelIdentity panel(m_configDir, m_stateDir);
     // Without its state the gate could neither hold the version floor nor keep the run's log.
     if (!panel.stateWritable())
-        return refuse(kel::text(kStateUnwritableText).arg(StickTree::quoted(m_stateDir.toUtf8())),
-                      QString());
+        return refuse(
+            kel::text(kel::kGateStateUnwritable).arg(StickTree::quoted(m_stateDir.toUtf8())),
+            QString());
     const QString log = logPath(argv);
     settleEarlierRun(&panel, log);
     const TrustStore keys(m_configDir + "/keys");
@@ -294,9 +293,11 @@ bool KelGate::copyChecked(StickCheck* check, const QString& log, RamFolder* copy
     const RamFolder::Result made =
         needed > room ? RamFolder::NoRoom : copy->prepare(needed, &room, &error);
     if (made == RamFolder::NoRoom)
-        refuse(kel::text(kNoRoomText).arg((needed + kMib - 1) / kMib).arg(room / kMib), QString());
+        refuse(
+            kel::text(kel::kGateNotEnoughMemory).arg((needed + kMib - 1) / kMib).arg(room / kMib),
+            QString());
     else if (made == RamFolder::Failed)
-        refuse(kel::text(kCannotCopyText).arg(copy->dir()), error);
+        refuse(kel::text(kel::kGateCannotPrepareCopy).arg(copy->dir()), error);
     if (made != RamFolder::Ready)
         return false;
     const StickCheck::Result result = check->checkContents(copy->dir());
@@ -318,8 +319,9 @@ int KelGate::runCopy(const StickCheck& check, PanelIdentity* panel, const QStrin
     const QString panelLog = prepareLog(log, copyTop);
     if (panelLog.isEmpty() || (panel && !panel->recordPending(check.manifest().version,
                                                               check.manifestSha256(), panelLog)))
-        return refuse(kel::text(kStateUnwritableText).arg(StickTree::quoted(m_stateDir.toUtf8())),
-                      QString());
+        return refuse(
+            kel::text(kel::kGateStateUnwritable).arg(StickTree::quoted(m_stateDir.toUtf8())),
+            QString());
     const QString program =
         copyTop + "/" + QFileInfo(m_packageDir).fileName() + "/" + kel::kProgramName;
     journal("starting " + program);
@@ -345,7 +347,7 @@ QString KelGate::sourceOutside(const QString& copyPackage) const
     if (outside.isEmpty())
         return QString();
     const StickSources::Source& source = outside.first();
-    return kel::text(kSourceOutsideText)
+    return kel::text(kel::kGateSourceOutsideCheck)
         .arg(StickTree::quoted((source.manifest + " " + source.key).toUtf8()),
              StickTree::quoted(source.value.toUtf8()));
 }
@@ -439,16 +441,16 @@ int KelGate::start(const QString& program, char** argv)
 int KelGate::cannotStart(int error)
 {
     PanelIdentity(m_configDir, m_stateDir).settlePending(m_successReport);
-    return refuse(kel::text(kCannotStartText).arg(m_program), strerror(error));
+    return refuse(kel::text(kel::kGateCannotStartProgram).arg(m_program), strerror(error));
 }
 
 int KelGate::refuse(const QString& reason, const QString& detail, bool notice)
 {
-    const QString line = kel::text(kTitleText) + ": " + reason;
+    const QString line = kel::text(kel::kGateUpdateRefused) + ": " + reason;
     const QString log = logPath(m_argv);
     QByteArray text;
     SafeFile::read(log, kMaxLogBytes, &text);
-    if (!writeToStick(log, withReport(text, kel::text(kFailureReport)) + line.toUtf8() + "\n"))
+    if (!writeToStick(log, withReport(text, kel::text(kel::kReportFailed)) + line.toUtf8() + "\n"))
         journal(log + ": the refusal cannot be written into the log");
     journal(m_packageDir + ": " + line + (detail.isEmpty() ? QString() : " (" + detail + ")"));
     if (!notice)

@@ -76,7 +76,7 @@ bool downLoadPro::checkProjectFiles()
 {
     if (QFileInfo::exists(kManifest))
         return true;
-    emit emitMessage(kel::text(2157).arg(kManifest), Qt::red);
+    emit emitMessage(kel::text(kel::kProjectFileMissingOnStick).arg(kManifest), Qt::red);
     return false;
 }
 
@@ -88,7 +88,7 @@ bool downLoadPro::parseIniFile()
         settings.value(QString(kel::keys::kGlobal) + "/" + kel::keys::kFileCount).toInt();
     // An absurd count is a corrupt manifest: treat it as missing before making any record.
     if (count > kel::kMaxManifestCount) {
-        emit emitMessage(kel::text(2157).arg(kManifest), Qt::red);
+        emit emitMessage(kel::text(kel::kProjectFileMissingOnStick).arg(kManifest), Qt::red);
         return false;
     }
     if (count > 0) {
@@ -105,7 +105,7 @@ bool downLoadPro::parseIniFile()
             m_fileInfos.append(info);
         }
     } else {
-        emit emitMessage(kel::text(2159), Qt::black);
+        emit emitMessage(kel::text(kel::kProjectNoFiles), Qt::black);
     }
     const QString download = QString(kel::keys::kDownload) + "/";
     m_clearRecipe = settings.value(download + kel::keys::kClearRecipe).toInt() != 0;
@@ -119,18 +119,24 @@ bool downLoadPro::checkFileCRC(downLoadStatus status)
 {
     const bool installed = status == CHECK_INSTALLED;
     if (installed)
-        emit emitMessage(kel::text(2164), Qt::black);
+        emit emitMessage(kel::text(kel::kProjectCheckingNewData), Qt::black);
     for (const FILE_INFO& info : m_fileInfos) {
         const QString path = (installed ? info.desPath : info.srcPath) + info.name;
         QFile file(path);
         if (!file.open(QIODevice::ReadOnly)) {
-            emit emitMessage(kel::text(installed ? 2165 : 2166).arg(path), Qt::red);
+            emit emitMessage(kel::text(installed ? kel::kProjectNewFileMissing
+                                                 : kel::kProjectDataFileMissingOnStick)
+                                 .arg(path),
+                             Qt::red);
             return false;
         }
         const qint64 size = file.size();
         file.close();
         if (size > 0xFFFFFFFFLL || quint32(size) != info.size) {
-            emit emitMessage(kel::text(installed ? 2167 : 2168).arg(path), Qt::red);
+            emit emitMessage(
+                kel::text(installed ? kel::kProjectNewFileWrongSize : kel::kProjectStickFileWrong)
+                    .arg(path),
+                Qt::red);
             return false;
         }
         // The package's files are checked before the update and again here: an unchanged one is
@@ -139,12 +145,15 @@ bool downLoadPro::checkFileCRC(downLoadStatus status)
         const bool computed = installed ? CalcFileCrc(QFile::encodeName(path), crc)
                                         : ChecksumMemo::crc32Of(path, &crc);
         if (!computed || QString::number(crc, 16) != info.crc) {
-            emit emitMessage(kel::text(installed ? 2169 : 2170).arg(path), Qt::red);
+            emit emitMessage(kel::text(installed ? kel::kProjectNewFileCrcFailed
+                                                 : kel::kProjectStickFileCrcFailed)
+                                 .arg(path),
+                             Qt::red);
             return false;
         }
     }
     if (installed)
-        emit emitMessage(kel::text(2171), Qt::black);
+        emit emitMessage(kel::text(kel::kProjectNewDataChecked), Qt::black);
     return true;
 }
 
@@ -166,14 +175,17 @@ bool downLoadPro::removeOldSaveData()
     struct Kind
     {
         bool requested;
-        int bit, success, failure;
+        int bit;
+        kel::TextId success, failure;
         Qt::GlobalColor failureColour;
     };
     // Only a failed recipe clearing is shown in red.
-    const Kind kinds[] = {{m_clearRecipe, 1, 2149, 2150, Qt::red},
-                          {m_clearHistory, 2, 2151, 2152, Qt::black},
-                          {m_clearAlarm, 4, 2153, 2154, Qt::black},
-                          {m_clearInitValue, 8, 2155, 2156, Qt::black}};
+    const Kind kinds[] = {
+        {m_clearRecipe, 1, kel::kProjectRecipeDeleted, kel::kProjectRecipeNotDeleted, Qt::red},
+        {m_clearHistory, 2, kel::kProjectHistoryDeleted, kel::kProjectHistoryNotDeleted, Qt::black},
+        {m_clearAlarm, 4, kel::kProjectAlarmsDeleted, kel::kProjectAlarmsNotDeleted, Qt::black},
+        {m_clearInitValue, 8, kel::kProjectInitialValuesDeleted,
+         kel::kProjectInitialValuesNotDeleted, Qt::black}};
     for (const Kind& kind : kinds) {
         if (!kind.requested)
             continue;
@@ -193,22 +205,21 @@ bool downLoadPro::hasRoomForProject()
         room.addNew(info.desPath + info.name, QFileInfo(info.srcPath + info.name).size());
         room.addOld(info.desPath + info.name);
     }
-    qint64 needed = 0;
-    qint64 available = 0;
-    if (room.enough(&needed, &available))
+    QString shortage;
+    if (room.enough(&shortage))
         return true;
-    emit emitMessage(kel::text(2223).arg(needed).arg(available), Qt::red);
+    emit emitMessage(shortage, Qt::red);
     return false;
 }
 
 bool downLoadPro::removeOldProjectFiles()
 {
-    emit emitMessage(kel::text(2160), Qt::black);
+    emit emitMessage(kel::text(kel::kProjectDeletingOldData), Qt::black);
     if (removeDir(m_projectDir) && QDir().mkdir(m_projectDir)) {
-        emit emitMessage(kel::text(2161), Qt::black);
+        emit emitMessage(kel::text(kel::kProjectOldDataDeleted), Qt::black);
         return true;
     }
-    emit emitMessage(kel::text(2162), Qt::red);
+    emit emitMessage(kel::text(kel::kProjectOldDataNotDeleted), Qt::red);
     return false;
 }
 
@@ -232,7 +243,7 @@ bool downLoadPro::removeDir(const QString& path)
 
 bool downLoadPro::updateProjectFile()
 {
-    emit emitMessage(kel::text(2172), Qt::black);
+    emit emitMessage(kel::text(kel::kProjectCopyingNewData), Qt::black);
     for (const FILE_INFO& info : m_fileInfos) {
         const QString source = info.srcPath + info.name;
         const QString destination = info.desPath + info.name;
@@ -243,22 +254,22 @@ bool downLoadPro::updateProjectFile()
             break;
         case FileCopier::SourceUnreadable:
         case FileCopier::ReadFailed:
-            emit emitMessage(kel::text(2173), Qt::red);
+            emit emitMessage(kel::text(kel::kProjectStickDisconnected), Qt::red);
             return false;
         default:
-            emit emitMessage(kel::text(2222).arg(destination), Qt::red);
+            emit emitMessage(kel::text(kel::kCannotWriteFile).arg(destination), Qt::red);
             return false;
         }
-        emit emitMessage(kel::text(2174).arg(destination), Qt::black);
+        emit emitMessage(kel::text(kel::kProjectFileCopied).arg(destination), Qt::black);
     }
-    emit emitMessage(kel::text(2175), Qt::black);
+    emit emitMessage(kel::text(kel::kProjectNewDataCopied), Qt::black);
     return true;
 }
 
 bool downLoadPro::checkVersion(QString version)
 {
     if (QString("1.0.0.0") < version) {
-        emit emitMessage(kel::text(2163), Qt::black);
+        emit emitMessage(kel::text(kel::kProjectUpdateSystemFirst), Qt::black);
         return false;
     }
     return true;

@@ -5,7 +5,7 @@
 #include <QString>
 #include <QVector>
 
-// One file of a project package.
+// One file of a project package as "project.ini" lists it (not downLoadVorn_app::FILE_INFO).
 struct FILE_INFO
 {
     QString name;

@@ -14,9 +14,10 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSettings>
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <memory>
+#include <string>
 
 using namespace kel::keys;
 
@@ -36,6 +37,27 @@ bool isProtected(const QString& name)
             return true;
     }
     return false;
+}
+
+// The lines of a command's output as a reader with a 1,024-byte line buffer takes them: a longer
+// line comes in pieces of 1,023 bytes, each judged on its own; the line end is dropped and a NUL
+// ends the text of its piece.
+QList<QByteArray> outputLines(const std::string& output)
+{
+    constexpr size_t kPieceBytes = 1023;
+    QList<QByteArray> lines;
+    size_t start = 0;
+    while (start < output.size()) {
+        const size_t newline = output.find('\n', start);
+        const size_t end = std::min(newline == std::string::npos ? output.size() : newline + 1,
+                                    start + kPieceBytes);
+        QByteArray line(output.substr(start, end - start).c_str());
+        if (line.endsWith('\n'))
+            line.chop(1);
+        lines << line;
+        start = end;
+    }
+    return lines;
 }
 
 QFileInfoList regularFiles(const QString& dir)
@@ -68,7 +90,7 @@ downLoadVorn_app::downLoadVorn_app() {}
 
 bool downLoadVorn_app::parseIniFile()
 {
-    emit emitMessage(kel::text(2018), Qt::black);
+    emit emitMessage(kel::text(kel::kRuntimeReadingManifest), Qt::black);
     std::unique_ptr<QSettings> settings = openManifest();
     const uint fileCount =
         settings ? settings->value(QString(kUpdateInfo) + "/" + kFileNum).toUInt() : 0;
@@ -77,11 +99,11 @@ bool downLoadVorn_app::parseIniFile()
     // An absurd count is a corrupt manifest, not a request for billions of records.
     if (!settings || fileCount > uint(kel::kMaxManifestCount) ||
         exeCount > uint(kel::kMaxManifestCount)) {
-        emit emitMessage(kel::text(2019), Qt::red);
+        emit emitMessage(kel::text(kel::kRuntimeManifestInvalid), Qt::red);
         return false;
     }
     if (fileCount == 0) {
-        emit emitMessage(kel::text(2020), Qt::red);
+        emit emitMessage(kel::text(kel::kRuntimeNoFilesListed), Qt::red);
         return false;
     }
     for (uint n = 1; n <= fileCount; ++n) {
@@ -102,7 +124,7 @@ bool downLoadVorn_app::parseIniFile()
     for (uint m = 1; m <= exeCount; ++m)
         m_exeFiles
             << settings->value(kRuntimeExe + QString::number(m) + "/" + kFileName).toString();
-    emit emitMessage(kel::text(2021).arg(m_fileInfos.size()), Qt::black);
+    emit emitMessage(kel::text(kel::kRuntimeManifestRead).arg(m_fileInfos.size()), Qt::black);
     return true;
 }
 
@@ -139,14 +161,14 @@ bool downLoadVorn_app::checkProjectFiles(QString& tip)
 {
     std::unique_ptr<QSettings> settings = openManifest();
     if (!settings) {
-        tip = kel::text(2017);
+        tip = kel::text(kel::kRuntimeNoPackage);
         return false;
     }
     const QString text = settings->value(QString(kPrepare) + "/" + kTip).toString();
     m_versionFile = versionFileOf(settings.get());
     settings.reset();
     if (text.isEmpty()) {
-        tip = kel::text(2017);
+        tip = kel::text(kel::kRuntimeNoPackage);
         return false;
     }
     tip = QString::fromUtf8(text.toUtf8());
@@ -161,56 +183,60 @@ bool downLoadVorn_app::checkFile(downLoadStatus status)
         std::unique_ptr<QSettings> settings = openManifest();
         if (!settings) {
             if (package || installed)
-                emit emitMessage(kel::text(package ? 2026 : 2027), Qt::red);
+                emit emitMessage(kel::text(package ? kel::kRuntimeStickManifestInvalid
+                                                   : kel::kRuntimeInstalledManifestInvalid),
+                                 Qt::red);
             return false;
         }
         m_versionFile = versionFileOf(settings.get());
     }
     const bool listExists = QFileInfo::exists(m_versionFile);
     if (package) {
-        emit emitMessage(kel::text(2028).arg(m_versionFile), Qt::black);
+        emit emitMessage(kel::text(kel::kRuntimeCheckingStickList).arg(m_versionFile), Qt::black);
         if (!listExists) {
-            emit emitMessage(kel::text(2030).arg(m_versionFile), Qt::red);
+            emit emitMessage(kel::text(kel::kRuntimeStickListMissing).arg(m_versionFile), Qt::red);
             return false;
         }
     } else if (installed) {
-        emit emitMessage(kel::text(2029).arg(m_versionFile), Qt::black);
+        emit emitMessage(kel::text(kel::kRuntimeCheckingInstalledList).arg(m_versionFile),
+                         Qt::black);
         if (!listExists) {
             // Deliberately black, and its text has no place for the name.
-            emit emitMessage(kel::text(2031), Qt::black);
+            emit emitMessage(kel::text(kel::kRuntimeInstalledListMissing), Qt::black);
             return false;
         }
     } else if (!listExists) {
         return false;
     }
 
-    FILE* pipe = popen(("md5sum -c " + m_versionFile + " 2>&1").toUtf8().constData(), "r");
-    if (!pipe) {
+    std::string output;
+    int shellStatus = 0;
+    if (!DoCmd::collect(("md5sum -c " + m_versionFile + " 2>&1").toUtf8().toStdString(), output,
+                        shellStatus)) {
         if (package || installed)
-            emit emitMessage(kel::text(package ? 2032 : 2033).arg(m_versionFile), Qt::red);
+            emit emitMessage(kel::text(package ? kel::kRuntimeStickListCannotOpen
+                                               : kel::kRuntimeInstalledListCannotOpen)
+                                 .arg(m_versionFile),
+                             Qt::red);
         return false;
     }
-    char line[1024];
-    memset(line, 0, sizeof line);
     QString transcript;
     int number = 0;
-    while (fgets(line, sizeof line, pipe)) {
-        QByteArray text(line);
-        if (text.endsWith('\n'))
-            text.chop(1);
+    for (const QByteArray& text : outputLines(output)) {
         const QString shown = QString::fromUtf8(text);
         transcript += QString::number(++number) + "." + shown + "\n\n";
-        memset(line, 0, sizeof line);
         if (!text.contains("OK")) {
             if (package || installed)
-                emit emitMessage(kel::text(package ? 2034 : 2035).arg(shown), Qt::red);
-            pclose(pipe);
+                emit emitMessage(kel::text(package ? kel::kRuntimeStickFileCheckFailed
+                                                   : kel::kRuntimeInstalledFileCheckFailed)
+                                     .arg(shown),
+                                 Qt::red);
             return false;
         }
     }
-    if (pclose(pipe) == -1)
+    if (shellStatus == -1)
         perror("checkFile pclose failed!\n");
-    emit emitMessage(kel::text(2036).arg(m_versionFile), Qt::black);
+    emit emitMessage(kel::text(kel::kRuntimeListChecked).arg(m_versionFile), Qt::black);
     return true;
 }
 
@@ -235,17 +261,16 @@ bool downLoadVorn_app::hasRoomForUpdate()
             room.addOld(info.des_path + file.fileName());
         }
     }
-    qint64 needed = 0;
-    qint64 available = 0;
-    if (room.enough(&needed, &available))
+    QString shortage;
+    if (room.enough(&shortage))
         return true;
-    emit emitMessage(kel::text(2223).arg(needed).arg(available), Qt::red);
+    emit emitMessage(shortage, Qt::red);
     return false;
 }
 
 bool downLoadVorn_app::removeOldProjectFiles()
 {
-    emit emitMessage(kel::text(2022), Qt::black);
+    emit emitMessage(kel::text(kel::kRuntimeRemovingOldFiles), Qt::black);
     // Nothing is removed unless everything new will fit.
     if (!hasRoomForUpdate())
         return false;
@@ -254,10 +279,14 @@ bool downLoadVorn_app::removeOldProjectFiles()
         const int number = i + 1;
         if (!QFileInfo::exists(info.des_path)) {
             if (!QDir().mkpath(info.des_path)) {
-                emit emitMessage(kel::text(2023).arg(number).arg(info.des_path), Qt::red);
+                emit emitMessage(
+                    kel::text(kel::kRuntimeEntryFolderNotCreated).arg(number).arg(info.des_path),
+                    Qt::red);
                 return false;
             }
-            emit emitMessage(kel::text(2024).arg(number).arg(info.des_path), Qt::black);
+            emit emitMessage(
+                kel::text(kel::kRuntimeEntryFolderCreated).arg(number).arg(info.des_path),
+                Qt::black);
             continue;
         }
         if (info.file_name != "*") {
@@ -271,8 +300,9 @@ bool downLoadVorn_app::removeOldProjectFiles()
                 FileCopier::serveEvents();
             }
         }
-        emit emitMessage(kel::text(2025).arg(number).arg(info.des_path + info.file_name),
-                         Qt::black);
+        emit emitMessage(
+            kel::text(kel::kRuntimeEntryCleared).arg(number).arg(info.des_path + info.file_name),
+            Qt::black);
     }
     return true;
 }
@@ -280,20 +310,20 @@ bool downLoadVorn_app::removeOldProjectFiles()
 bool downLoadVorn_app::delFile(const QString& path)
 {
     if (!LinkSafe::exists(path)) {
-        emit emitMessage(kel::text(2049).arg(path), Qt::black);
+        emit emitMessage(kel::text(kel::kRuntimeAlreadyRemoved).arg(path), Qt::black);
         return true;
     }
     if (LinkSafe::remove(path)) {
-        emit emitMessage(kel::text(2050).arg(path), Qt::black);
+        emit emitMessage(kel::text(kel::kRuntimeRemoved).arg(path), Qt::black);
         return true;
     }
-    emit emitMessage(kel::text(2051).arg(path), Qt::red);
+    emit emitMessage(kel::text(kel::kRuntimeCannotRemove).arg(path), Qt::red);
     return false;
 }
 
 bool downLoadVorn_app::updateProjectFile()
 {
-    emit emitMessage(kel::text(2037), Qt::black);
+    emit emitMessage(kel::text(kel::kRuntimeUpdatingFiles), Qt::black);
     for (int i = 0; i < m_fileInfos.size(); ++i) {
         FILE_INFO* info = &m_fileInfos[i];
         if (info->file_name != "*") {
@@ -301,7 +331,8 @@ bool downLoadVorn_app::updateProjectFile()
                 return false;
         } else {
             if (!QFileInfo::exists(info->src_path)) {
-                emit emitMessage(kel::text(2038).arg(info->src_path), Qt::red);
+                emit emitMessage(kel::text(kel::kRuntimeUpdateDataMissing).arg(info->src_path),
+                                 Qt::red);
                 return false;
             }
             for (const QFileInfo& file : regularFiles(info->src_path)) {
@@ -310,8 +341,9 @@ bool downLoadVorn_app::updateProjectFile()
                     return false;
             }
         }
-        emit emitMessage(kel::text(2039).arg(i + 1).arg(info->src_path + info->file_name),
-                         Qt::black);
+        emit emitMessage(
+            kel::text(kel::kRuntimeEntryUpdated).arg(i + 1).arg(info->src_path + info->file_name),
+            Qt::black);
     }
 
     for (int i = 0; i < m_fileInfos.size(); ++i) {
@@ -319,7 +351,8 @@ bool downLoadVorn_app::updateProjectFile()
         if (info->file_name != "*")
             continue;
         if (!QFileInfo::exists(info->src_path)) {
-            emit emitMessage(kel::text(2040).arg(info->src_path), Qt::red);
+            emit emitMessage(kel::text(kel::kRuntimeDelayedDataMissing).arg(info->src_path),
+                             Qt::red);
             return false;
         }
         for (const QFileInfo& file : regularFiles(info->src_path)) {
@@ -337,7 +370,8 @@ bool downLoadVorn_app::updateProjectFile()
     }
     for (const FILE_INFO& info : m_fileInfos) {
         if (!info.delaycopy_file.isEmpty()) {
-            emit emitMessage(kel::text(2041).arg(info.src_path, info.delaycopy_file.first()),
+            emit emitMessage(kel::text(kel::kRuntimeDelayedCopyMissing)
+                                 .arg(info.src_path, info.delaycopy_file.first()),
                              Qt::red);
             return false;
         }
@@ -349,20 +383,20 @@ bool downLoadVorn_app::copyFile(QString dest, QString src)
 {
     switch (FileCopier::copy(src, dest)) {
     case FileCopier::Ok:
-        emit emitMessage(kel::text(2043).arg(dest), Qt::black);
+        emit emitMessage(kel::text(kel::kRuntimeFileUpdated).arg(dest), Qt::black);
         return true;
     case FileCopier::SourceUnreadable:
-        emit emitMessage(kel::text(2042).arg(src), Qt::red);
+        emit emitMessage(kel::text(kel::kRuntimeFileMissing).arg(src), Qt::red);
         return false;
     default:
-        emit emitMessage(kel::text(2222).arg(dest), Qt::red);
+        emit emitMessage(kel::text(kel::kCannotWriteFile).arg(dest), Qt::red);
         return false;
     }
 }
 
 bool downLoadVorn_app::creatLink()
 {
-    emit emitMessage(kel::text(2044), Qt::black);
+    emit emitMessage(kel::text(kel::kRuntimeUpdatingSettings), Qt::black);
     for (const QFileInfo& file : regularFiles("./")) {
         const QString name = file.fileName();
         if (!name.contains(".so."))
@@ -372,11 +406,11 @@ bool downLoadVorn_app::creatLink()
             continue;
         if (::rename(QFile::encodeName(name).constData(),
                      QFile::encodeName(shortName).constData()) != 0) {
-            emit emitMessage(kel::text(2045).arg(name), Qt::red);
+            emit emitMessage(kel::text(kel::kRuntimeSettingsNotUpdated).arg(name), Qt::red);
             return false;
         }
     }
-    emit emitMessage(kel::text(2046), Qt::black);
+    emit emitMessage(kel::text(kel::kRuntimeSettingsUpdated), Qt::black);
     return true;
 }
 
@@ -384,10 +418,10 @@ bool downLoadVorn_app::changeFileRight()
 {
     for (const QString& name : m_exeFiles) {
         if (DoCmd::run(("chmod a+x " + name).toUtf8().toStdString()) == -1) {
-            emit emitMessage(kel::text(2047).arg(name), Qt::red);
+            emit emitMessage(kel::text(kel::kCannotMakeExecutable).arg(name), Qt::red);
             return false;
         }
     }
-    emit emitMessage(kel::text(2048).arg(QString()), Qt::black);
+    emit emitMessage(kel::text(kel::kRuntimeFilesMadeExecutable).arg(QString()), Qt::black);
     return true;
 }

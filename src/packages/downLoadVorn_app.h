@@ -19,6 +19,7 @@ public:
         CHECK_INSTALLED = 2
     };
 
+    // One entry of the runtime package's "update.ini" (not the project package's FILE_INFO).
     struct FILE_INFO
     {
         QString file_name; // "*" stands for every regular file of the source directory

@@ -18,11 +18,11 @@ app_exit_failed_dlg::app_exit_failed_dlg(QWidget* parent, std::function<QString(
       timer(new QTimer(this))
 {
     ui->setupUi(this);
-    setWindowTitle(text(1000, "警告"));
-    ui->msgLbl->setText(text(1015, "正在退出应用程序，请稍候..."));
-    ui->hintLbl->setText(text(1016, "若长时间无退出可强制执行或继续等待"));
-    ui->forceExecBtn->setText(text(1017, "强制执行"));
-    ui->rebootBtn->setText(text(1018, "重启KEL"));
+    setWindowTitle(text(kel::kWarningTitle, "警告"));
+    ui->msgLbl->setText(text(kel::kClosingRuntimeInitial, "正在退出应用程序，请稍候..."));
+    ui->hintLbl->setText(text(kel::kForceOrKeepWaiting, "若长时间无退出可强制执行或继续等待"));
+    ui->forceExecBtn->setText(text(kel::kForceButton, "强制执行"));
+    ui->rebootBtn->setText(text(kel::kRestartPanelButton, "重启KEL"));
     setWindowFlags(MainCfg::dialogFlags());
     setFixedSize(370, 160);
     connect(timer, &QTimer::timeout, this, &app_exit_failed_dlg::checkAppStatus);
@@ -33,7 +33,7 @@ app_exit_failed_dlg::~app_exit_failed_dlg()
     delete ui;
 }
 
-QString app_exit_failed_dlg::text(int id, const char* builtIn) const
+QString app_exit_failed_dlg::text(kel::TextId id, const char* builtIn) const
 {
     return lookup ? lookup(id) : QString::fromUtf8(builtIn);
 }
@@ -42,8 +42,8 @@ void app_exit_failed_dlg::setAppExitMethod(APP_EXIT_METHOD exitMethod)
 {
     method = exitMethod;
     ui->msgLbl->setText(method == APP_EXIT_TO_CSEVR
-                            ? text(1008, "正在退出到系统设置界面，请稍候...")
-                            : text(1009, "正在退出应用程序，请稍候..."));
+                            ? text(kel::kReturningToSettings, "正在退出到系统设置界面，请稍候...")
+                            : text(kel::kClosingRuntime, "正在退出应用程序，请稍候..."));
 }
 
 void app_exit_failed_dlg::showEvent(QShowEvent* event)
@@ -79,10 +79,11 @@ void app_exit_failed_dlg::on_rebootBtn_clicked()
     PanelLibrary::instance().sync();
     if (PanelLibrary::instance().reboot(RB_AUTOBOOT) != -1)
         return;
-    QMessageBox box(QMessageBox::Warning, text(1000, "警告"),
-                    text(1010, "系统重启失败!%1").arg(QString::fromLocal8Bit(strerror(errno))),
+    QMessageBox box(QMessageBox::Warning, text(kel::kWarningTitle, "警告"),
+                    text(kel::kPanelCouldNotRestart, "系统重启失败!%1")
+                        .arg(QString::fromLocal8Bit(strerror(errno))),
                     QMessageBox::NoButton, this);
     box.setWindowFlags(MainCfg::dialogFlags());
-    box.addButton(text(1003, "确认"), QMessageBox::AcceptRole);
+    box.addButton(text(kel::kOkButton, "确认"), QMessageBox::AcceptRole);
     box.exec();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "text_id.h"
+
 #include <QDialog>
 #include <functional>
 
@@ -35,7 +37,7 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
-    QString text(int id, const char* builtIn) const;
+    QString text(kel::TextId id, const char* builtIn) const;
 
     Ui::app_exit_failed_dlg* ui;
     std::function<QString(int)> lookup; // "tr" would hide QObject::tr

@@ -123,7 +123,7 @@ void UDiskUpWin::getVornDir()
 
 bool UDiskUpWin::parseIniFile()
 {
-    emit emitMessage(kel::text(2100), Qt::black);
+    emit emitMessage(kel::text(kel::kReadingManifest), Qt::black);
     if (!configInfo || !configInfo->readIni(kel::keys::kManifest))
         return false;
     prepareList = configInfo->getPrepareInfo();
@@ -141,7 +141,7 @@ void UDiskUpWin::init()
     beepCount = 0;
     started = false;
     closeBySignal = false;
-    setWindowTitle(kel::text(2002));
+    setWindowTitle(kel::text(kel::kUpdateToolTitle));
     setWindowFlags(MainCfg::dialogFlags());
     setWindowIcon(QIcon(" "));
     const QScreen* screen = ScreenSetting::getTransformedScreen();
@@ -161,9 +161,9 @@ void UDiskUpWin::init()
     progressValue = 0;
     connect(progressTimer, &QTimer::timeout, this, &UDiskUpWin::updateProcessBar);
     progressTimer->start(300);
-    ui->label->setText(kel::text(2213));
-    ui->label_2->setText(kel::text(2214));
-    ui->btnRestart->setText(kel::text(2212));
+    ui->label->setText(kel::text(kel::kDoNotPullStick));
+    ui->label_2->setText(kel::text(kel::kTotalProgress));
+    ui->btnRestart->setText(kel::text(kel::kUpdateRestartButton));
     connect(ui->btnRestart, &QPushButton::clicked, this, &UDiskUpWin::restartKel);
 }
 
@@ -207,13 +207,13 @@ void UDiskUpWin::updateUi(int percent, QString tip)
     messagePane->append(tip, ui->textEdit->textColor());
 }
 
-void UDiskUpWin::showBox(int title, const QString& text, bool warning)
+void UDiskUpWin::showBox(kel::TextId title, const QString& text, bool warning)
 {
     QMessageBox box(warning ? QMessageBox::Warning : QMessageBox::Information, kel::text(title),
                     text, QMessageBox::NoButton, this);
     box.setWindowFlags(MainCfg::dialogFlags());
     box.setWindowIcon(QIcon(" "));
-    box.addButton(kel::text(1003), QMessageBox::AcceptRole);
+    box.addButton(kel::text(kel::kOkButton), QMessageBox::AcceptRole);
     box.exec();
 }
 
@@ -258,102 +258,151 @@ void UDiskUpWin::failEnd(file_operation_c* op)
     updatefinished();
 }
 
+// The whole run, in its numbered steps; the first failure ends it where it stands.
 void UDiskUpWin::startUpdate()
+{
+    // 1-3. The run begins, with file operations of its own.
+    file_operation_c* op = beginRun();
+    // 4-5. The package's update.ini.
+    if (!readPackageSettings())
+        return failEnd(op);
+    // 6. The programs it names to stop.
+    if (!killProc())
+        return failEnd(op);
+    // 7. Its items: system, runtime, project, identity.
+    if (!runItemPhase())
+        return failEnd(op);
+    // 8-14. Its package-wide copy, delete and execute sets.
+    if (!applyCopySet(*op) || !applyDeleteSet(*op) || !applyExeSet(*op))
+        return failEnd(op);
+    // 15. Its boot services.
+    if (!autoRestart())
+        return failEnd(op);
+    // 16. The library cache, for the libraries just installed.
+    refreshLibraryCache();
+    // 17. Its command.
+    if (!executeCMD())
+        return endAfterFailedCommand(op);
+    // 18. Success: the countdown to the restart.
+    finishSucceeded(op);
+}
+
+file_operation_c* UDiskUpWin::beginRun()
 {
     if (startTimer)
         startTimer->stop();
     started = true;
     finished = false;
-    emit emitMessage(kel::text(2080), Qt::black);
+    emit emitMessage(kel::text(kel::kStartingUpdate), Qt::black);
     file_operation_c* op = new file_operation_c(workDir);
     connect(op, &file_operation_c::emitMessage, this, &UDiskUpWin::updateOutMessage);
     progressMax = 100;
     progressValue = 1;
+    return op;
+}
 
+bool UDiskUpWin::readPackageSettings()
+{
     if (!parseIniFile()) {
-        emit emitMessage(kel::text(2081), Qt::red);
-        return failEnd(op);
+        emit emitMessage(kel::text(kel::kUpdateIniUnreadable), Qt::red);
+        return false;
     }
-    emit emitMessage(kel::text(2082), Qt::black);
+    emit emitMessage(kel::text(kel::kUpdateIniRead), Qt::black);
     progressValue += 1;
+    // The one yield of the run: the dialog paints before the long steps.
     QCoreApplication::processEvents();
+    return true;
+}
 
-    if (!killProc()) {
-        delete op;
-        progressValue = getProcessValue(progressValue);
-        ui->btnRestart->setEnabled(true);
-        updatefinished();
-        return;
-    }
+bool UDiskUpWin::runItemPhase()
+{
     progressValue += 1;
     if (!updateData()) {
-        emit emitMessage(kel::text(2083), Qt::red);
-        return failEnd(op);
+        emit emitMessage(kel::text(kel::kUpdateFailed), Qt::red);
+        return false;
     }
-    progressValue += 1;
-    emit emitMessage(kel::text(2084), Qt::black);
+    return true;
+}
 
-    if (optS == 1 && !op->checkCopyFile(copyFileSet)) {
-        reportCheckFailure(2085);
-        emit emitMessage(kel::text(2086), Qt::red);
-        return failEnd(op);
+bool UDiskUpWin::applyCopySet(file_operation_c& op)
+{
+    progressValue += 1;
+    emit emitMessage(kel::text(kel::kCopyingListedFiles), Qt::black);
+    if (optS == 1 && !op.checkCopyFile(copyFileSet)) {
+        reportCheckFailure(kel::kCopyCheckFailedLog);
+        emit emitMessage(kel::text(kel::kCopyCheckFailed), Qt::red);
+        return false;
     }
-    if (!op->copyFile(copyFileSet)) {
-        emit emitMessage(kel::text(2087), Qt::red);
-        return failEnd(op);
+    if (!op.copyFile(copyFileSet)) {
+        emit emitMessage(kel::text(kel::kCopyingFilesFailed), Qt::red);
+        return false;
     }
     PanelLibrary::instance().sync();
-    emit emitMessage(kel::text(2088), Qt::black);
+    emit emitMessage(kel::text(kel::kFilesCopied), Qt::black);
     progressValue += 5;
-    emit emitMessage(kel::text(2089), Qt::black);
+    return true;
+}
 
-    if (optS == 1 && !op->checkDelFile(delFileSet)) {
-        reportCheckFailure(2090);
-        emit emitMessage(kel::text(2091), Qt::red);
-        return failEnd(op);
+bool UDiskUpWin::applyDeleteSet(file_operation_c& op)
+{
+    emit emitMessage(kel::text(kel::kDeletingListedFiles), Qt::black);
+    if (optS == 1 && !op.checkDelFile(delFileSet)) {
+        reportCheckFailure(kel::kDeleteCheckFailedLog);
+        emit emitMessage(kel::text(kel::kDeleteCheckFailed), Qt::red);
+        return false;
     }
-    if (!op->removeFile(delFileSet, QString())) {
-        emit emitMessage(kel::text(2092), Qt::red);
-        return failEnd(op);
+    if (!op.removeFile(delFileSet, QString())) {
+        emit emitMessage(kel::text(kel::kDeletingFilesFailed), Qt::red);
+        return false;
     }
     PanelLibrary::instance().sync();
-    emit emitMessage(kel::text(2093), Qt::black);
+    emit emitMessage(kel::text(kel::kFilesDeleted), Qt::black);
     progressValue += 1;
-    emit emitMessage(kel::text(2094), Qt::black);
+    return true;
+}
 
-    if (optS == 1 && !op->checkExeFile(exeFileSet)) {
+bool UDiskUpWin::applyExeSet(file_operation_c& op)
+{
+    emit emitMessage(kel::text(kel::kMakingListedFilesExecutable), Qt::black);
+    if (optS == 1 && !op.checkExeFile(exeFileSet)) {
         if (logger) {
+            // This report line is written as it stands, not looked up.
             logger->writeReport(QString::fromUtf8("[失败]\n"));
-            logger->write(kel::text(2095));
+            logger->write(kel::text(kel::kExecutableCheckFailedLog));
             logger->close();
         }
-        emit emitMessage(kel::text(2096), Qt::red);
-        return failEnd(op);
+        emit emitMessage(kel::text(kel::kExecutableCheckFailed), Qt::red);
+        return false;
     }
-    if (!op->grantExeFile(exeFileSet)) {
-        emit emitMessage(kel::text(2097), Qt::red);
-        return failEnd(op);
+    if (!op.grantExeFile(exeFileSet)) {
+        emit emitMessage(kel::text(kel::kMakingFilesExecutableFailed), Qt::red);
+        return false;
     }
-    emit emitMessage(kel::text(2098), Qt::black);
+    emit emitMessage(kel::text(kel::kFilesMadeExecutable), Qt::black);
     progressValue = 90;
+    return true;
+}
 
-    if (!autoRestart())
-        return failEnd(op);
-
+void UDiskUpWin::refreshLibraryCache()
+{
     PanelLibrary::instance().sync();
     progressValue += 1;
     PanelLibrary::instance().sync();
     setenv("LD_LIBRARY_PATH", kel::kVornAppDir, 1);
     DoCmd::run("ldconfig");
     PanelLibrary::instance().sync();
+}
 
-    if (!executeCMD()) {
-        ui->btnRestart->setEnabled(true);
-        delete op;
-        updatefinished();
-        return;
-    }
+void UDiskUpWin::endAfterFailedCommand(file_operation_c* op)
+{
+    // The command's failure leaves the progress where the run got to.
+    ui->btnRestart->setEnabled(true);
+    delete op;
+    updatefinished();
+}
 
+void UDiskUpWin::finishSucceeded(file_operation_c* op)
+{
     PanelLibrary::instance().sync();
     succeeded = true;
     finished = true;
@@ -361,7 +410,7 @@ void UDiskUpWin::startUpdate()
     reBootKel();
     if (logger)
         logger->close();
-    emit emitMessage(kel::text(2099), Qt::black);
+    emit emitMessage(kel::text(kel::kUpdateDonePressRestart), Qt::black);
     ui->btnRestart->setEnabled(true);
     if (!optNr)
         startBeep();
@@ -407,14 +456,24 @@ bool UDiskUpWin::runItem(const ItemTexts& item, bool (UDiskUpWin::*check)(),
 bool UDiskUpWin::updateData()
 {
     progressValue += 1;
+    // Key, start, folder; cannot enter, failed, first success, cannot return, final success;
+    // progress step.
     static const ItemTexts system{
-        kel::keys::kUpSystem, 2107, kel::keys::kSystemFolder, 2108, 2109, 0, 2110, 2111, 10};
+        kel::keys::kUpSystem,     kel::kUpdatingSystem,     kel::keys::kSystemFolder,
+        kel::kSystemCannotEnter,  kel::kSystemUpdateFailed, kel::kNoText,
+        kel::kSystemCannotReturn, kel::kSystemUpdated,      10};
     static const ItemTexts runtime{
-        kel::keys::kUpVornApp, 2112, kel::keys::kVornAppFolder, 2113, 2114, 2115, 2116, 2117, 10};
+        kel::keys::kUpVornApp,     kel::kUpdatingRuntime,     kel::keys::kVornAppFolder,
+        kel::kRuntimeCannotEnter,  kel::kRuntimeUpdateFailed, kel::kRuntimeUpdatedEllipsis,
+        kel::kRuntimeCannotReturn, kel::kRuntimeUpdated,      10};
     static const ItemTexts project{
-        kel::keys::kUpProject, 2118, kel::keys::kProjectFolder, 2119, 2120, 2121, 2122, 2123, 10};
+        kel::keys::kUpProject,     kel::kUpdatingUserProject, kel::keys::kProjectFolder,
+        kel::kProjectCannotEnter,  kel::kProjectUpdateFailed, kel::kProjectUpdatedEllipsis,
+        kel::kProjectCannotReturn, kel::kUserProjectUpdated,  10};
     static const ItemTexts identity{
-        kel::keys::kUpKelInfo, 2124, kel::keys::kKelInfoFolder, 2125, 2126, 0, 2127, 2128, 1};
+        kel::keys::kUpKelInfo,      kel::kUpdatingStickIdentity, kel::keys::kKelInfoFolder,
+        kel::kIdentityCannotEnter,  kel::kIdentityUpdateFailed,  kel::kNoText,
+        kel::kIdentityCannotReturn, kel::kStickIdentityUpdated,  1};
     if (!runItem(system, &UDiskUpWin::checkUpdateSystem, &UDiskUpWin::updateSystem) ||
         !runItem(runtime, &UDiskUpWin::checkUpdateVorn_app, &UDiskUpWin::updateVorn_app) ||
         !runItem(project, &UDiskUpWin::checkUpdateProject, &UDiskUpWin::updateProject) ||
@@ -429,12 +488,12 @@ void UDiskUpWin::reportCheckFailure(const QString& logLine)
 {
     if (!logger)
         return;
-    logger->writeReport(kel::text(2055));
+    logger->writeReport(kel::text(kel::kReportFailed));
     logger->write(logLine);
     logger->close();
 }
 
-void UDiskUpWin::reportCheckFailure(int logText)
+void UDiskUpWin::reportCheckFailure(kel::TextId logText)
 {
     reportCheckFailure(kel::text(logText));
 }
@@ -443,22 +502,22 @@ bool UDiskUpWin::CheckAllUpdateItem()
 {
     file_operation_c op(workDir);
     if (!parseIniFile()) {
-        reportCheckFailure(2074);
+        reportCheckFailure(kel::kPreflightUpdateIniUnreadable);
         return false;
     }
     if (!checkUpdateSystem() || !checkUpdateVorn_app() || !checkUpdateProject() ||
         !checkUpdateKelInfo())
         return false;
     if (!op.checkCopyFile(copyFileSet)) {
-        reportCheckFailure(2075);
+        reportCheckFailure(kel::kPreflightCopyCheckFailed);
         return false;
     }
     if (!op.checkDelFile(delFileSet)) {
-        reportCheckFailure(2076);
+        reportCheckFailure(kel::kPreflightDeleteCheckFailed);
         return false;
     }
     if (!op.checkExeFile(exeFileSet)) {
-        reportCheckFailure(2077);
+        reportCheckFailure(kel::kPreflightExecutableCheckFailed);
         return false;
     }
     return true;
@@ -466,7 +525,7 @@ bool UDiskUpWin::CheckAllUpdateItem()
 
 void UDiskUpWin::onTimer()
 {
-    emit emitMessage(kel::text(2220).arg(countdown), Qt::black);
+    emit emitMessage(kel::text(kel::kRestartingInSeconds).arg(countdown), Qt::black);
     if (countdown != 0) {
         countdown -= 1;
         return;
@@ -482,7 +541,8 @@ void UDiskUpWin::updatefinished()
     if (!quiet)
         return;
     if (logger) {
-        logger->writeReport(succeeded ? kel::text(2059) + "\n" : kel::text(2055));
+        logger->writeReport(succeeded ? kel::text(kel::kReportSucceeded) + "\n"
+                                      : kel::text(kel::kReportFailed));
         logger->close();
     }
     // Leaves and re-enters the current directory before the final sync, as the panel expects.
@@ -510,7 +570,7 @@ void UDiskUpWin::closeEvent(QCloseEvent* event)
             event->accept();
         } else if (!finished) {
             event->ignore();
-            showBox(1000, kel::text(2056), true);
+            showBox(kel::kWarningTitle, kel::text(kel::kCloseOnlyWhenDone), true);
         } else {
             restartKel();
         }
@@ -578,12 +638,20 @@ bool UDiskUpWin::updateManifestItem(const ManifestItemTexts& texts)
 
 bool UDiskUpWin::updateSystem()
 {
-    return updateManifestItem({2129, 2130, 0, 2131, 2132, 2133, 2134, 2135, 2136});
+    return updateManifestItem({kel::kSystemImageManifestUnreadable, kel::kSystemImageManifestRead,
+                               kel::kNoText, kel::kSystemImageCopyFailed,
+                               kel::kSystemImageFilesCopied, kel::kSystemImageDeleteFailed,
+                               kel::kSystemImageFilesDeleted, kel::kSystemImageExecutableFailed,
+                               kel::kSystemImageFilesExecutable});
 }
 
 bool UDiskUpWin::updateKelInfo()
 {
-    return updateManifestItem({2137, 2138, 2139, 2140, 2141, 2142, 2143, 2144, 2145});
+    return updateManifestItem({kel::kIdentityManifestUnreadable, kel::kIdentityManifestRead,
+                               kel::kIdentityCopyingFiles, kel::kIdentityCopyFailed,
+                               kel::kIdentityFilesCopied, kel::kIdentityDeleteFailed,
+                               kel::kIdentityFilesDeleted, kel::kIdentityExecutableFailed,
+                               kel::kIdentityFilesExecutable});
 }
 
 bool UDiskUpWin::updateVorn_app()
@@ -600,12 +668,12 @@ bool UDiskUpWin::updateVorn_app()
     progressValue += 1;
     if (!installer->removeOldProjectFiles())
         return false;
-    emit emitMessage(kel::text(2057), Qt::black);
+    emit emitMessage(kel::text(kel::kRuntimeOldDataRemoved), Qt::black);
     progressValue += 1;
     if (!installer->updateProjectFile())
         return false;
     PanelLibrary::instance().sync();
-    emit emitMessage(kel::text(2058), Qt::black);
+    emit emitMessage(kel::text(kel::kRuntimeDataCopied), Qt::black);
     if (!changeWorkingDir(kel::kVornAppDir))
         return false;
     progressValue += 1;
@@ -693,25 +761,34 @@ bool UDiskUpWin::checkItem(const char* key, const char* folder, const CheckTexts
 
 bool UDiskUpWin::checkUpdateSystem()
 {
-    return checkItem(kel::keys::kUpSystem, kel::keys::kSystemFolder, {2060, 2061, 2062, 2060},
+    // The system check has no text of its own for a failed return: it says it cannot enter.
+    return checkItem(kel::keys::kUpSystem, kel::keys::kSystemFolder,
+                     {kel::kSystemCheckCannotEnter, kel::kSystemCheckManifestUnreadable,
+                      kel::kSystemCheckFailed, kel::kSystemCheckCannotEnter},
                      ManifestCheck);
 }
 
 bool UDiskUpWin::checkUpdateKelInfo()
 {
-    return checkItem(kel::keys::kUpKelInfo, kel::keys::kKelInfoFolder, {2070, 2071, 2072, 2073},
+    return checkItem(kel::keys::kUpKelInfo, kel::keys::kKelInfoFolder,
+                     {kel::kIdentityCheckCannotEnter, kel::kIdentityCheckManifestUnreadable,
+                      kel::kIdentityCheckFailed, kel::kIdentityCheckCannotReturn},
                      ManifestCheck);
 }
 
 bool UDiskUpWin::checkUpdateVorn_app()
 {
-    return checkItem(kel::keys::kUpVornApp, kel::keys::kVornAppFolder, {2063, 2065, 2064, 2066},
+    return checkItem(kel::keys::kUpVornApp, kel::keys::kVornAppFolder,
+                     {kel::kRuntimeCheckCannotEnter, kel::kRuntimeCheckManifestUnreadable,
+                      kel::kRuntimeCheckFailed, kel::kRuntimeCheckCannotReturn},
                      RuntimeCheck);
 }
 
 bool UDiskUpWin::checkUpdateProject()
 {
-    return checkItem(kel::keys::kUpProject, kel::keys::kProjectFolder, {2067, 0, 2068, 2069},
+    return checkItem(kel::keys::kUpProject, kel::keys::kProjectFolder,
+                     {kel::kProjectCheckCannotEnter, kel::kNoText, kel::kProjectCheckFailed,
+                      kel::kProjectCheckCannotReturn},
                      ProjectCheck);
 }
 
@@ -721,7 +798,7 @@ bool UDiskUpWin::killProc()
 {
     for (const QString& name : allEntries(prepareList.value(0), kel::keys::kStopProc)) {
         if (!my_kill_process::killall(name)) {
-            emit emitMessage(kel::text(2221).arg(name), Qt::red);
+            emit emitMessage(kel::text(kel::kCannotStopProgram).arg(name), Qt::red);
             return false;
         }
     }
@@ -756,7 +833,7 @@ bool UDiskUpWin::startBootService(QString name)
     if (name.isEmpty())
         return true;
     if (!QFileInfo::exists(unitFile(name))) {
-        emit emitMessage(kel::text(2146), Qt::red);
+        emit emitMessage(kel::text(kel::kServiceFileMissing), Qt::red);
         return false;
     }
     return runServiceCommand("ln -s " + unitFile(name) + " " + bootLink(name),
@@ -768,7 +845,7 @@ bool UDiskUpWin::stopBootService(QString name)
     if (name.isEmpty())
         return true;
     if (!QFileInfo::exists(unitFile(name))) {
-        emit emitMessage(kel::text(2147), Qt::red);
+        emit emitMessage(kel::text(kel::kServiceFileToDisableMissing), Qt::red);
         return false;
     }
     return runServiceCommand("rm " + unitFile(name) + " " + bootLink(name),
@@ -780,12 +857,14 @@ bool UDiskUpWin::autoRestart()
     bool result = true;
     for (const QString& name : allEntries(restartItems, kel::keys::kAutoStart)) {
         const bool ok = startBootService(name);
-        emit emitMessage(kel::text(ok ? 2102 : 2101), ok ? Qt::black : Qt::red);
+        emit emitMessage(kel::text(ok ? kel::kServiceEnabled : kel::kServiceEnableFailed),
+                         ok ? Qt::black : Qt::red);
         result = result && ok;
     }
     for (const QString& name : allEntries(restartItems, kel::keys::kAutoStop)) {
         const bool ok = stopBootService(name);
-        emit emitMessage(kel::text(ok ? 2104 : 2103), ok ? Qt::black : Qt::red);
+        emit emitMessage(kel::text(ok ? kel::kServiceDisabled : kel::kServiceDisableFailed),
+                         ok ? Qt::black : Qt::red);
         result = result && ok;
     }
     return result;
@@ -797,10 +876,10 @@ bool UDiskUpWin::executeCMD()
     if (!command || command->toString().isEmpty())
         return true;
     if (DoCmd::run(command->toString().toUtf8().toStdString()) == -1) {
-        emit emitMessage(kel::text(2105), Qt::red);
+        emit emitMessage(kel::text(kel::kCommandCouldNotRun), Qt::red);
         return false;
     }
-    emit emitMessage(kel::text(2106), Qt::black);
+    emit emitMessage(kel::text(kel::kCommandRun), Qt::black);
     return true;
 }
 
@@ -808,7 +887,7 @@ bool UDiskUpWin::changeWorkingDir(const char* dir)
 {
     if (chdir(dir) == 0)
         return true;
-    emit emitMessage(kel::text(2148).arg(QString::fromUtf8(dir)), Qt::red);
+    emit emitMessage(kel::text(kel::kCannotChangeToFolder).arg(QString::fromUtf8(dir)), Qt::red);
     return false;
 }
 
@@ -846,7 +925,9 @@ void UDiskUpWin::restartKel()
         return;
     }
     if (optS != 1)
-        showBox(1001, kel::text(1010).arg(QString::fromLocal8Bit(strerror(errno))), false);
+        showBox(kel::kNoticeTitle,
+                kel::text(kel::kPanelCouldNotRestart).arg(QString::fromLocal8Bit(strerror(errno))),
+                false);
 }
 
 void UDiskUpWin::reBootKel()

@@ -2,6 +2,7 @@
 
 #include "generateconfiginfo.h"
 #include "slienceupdate.h"
+#include "text_id.h"
 
 #include <QColor>
 #include <QDialog>
@@ -87,30 +88,41 @@ private:
     // The fixed body of the system and identity items, which differ only in their texts.
     struct ManifestItemTexts
     {
-        int parseFailed, parsed, beforeCopy, copyFailed, copied, deleteFailed, deleted, grantFailed,
-            granted;
+        kel::TextId parseFailed, parsed, beforeCopy, copyFailed, copied, deleteFailed, deleted,
+            grantFailed, granted;
     };
     bool updateManifestItem(const ManifestItemTexts& texts);
     // Enters folder, verifies the item there and returns; failures go to report and log only.
     struct CheckTexts
     {
-        int cannotEnter, unreadable, failed, cannotReturn;
+        kel::TextId cannotEnter, unreadable, failed, cannotReturn;
     };
     bool checkItem(const char* key, const char* folder, const CheckTexts& texts, int kind);
-    void reportCheckFailure(int logText);
+    void reportCheckFailure(kel::TextId logText);
     void reportCheckFailure(const QString& logLine);
     bool itemRequested(const char* key) const;
     // Runs an item of the item phase: check, folder changes and messages around worker.
     struct ItemTexts
     {
         const char* key;
-        int start;
+        kel::TextId start;
         const char* folder;
-        int cannotEnter, failed, firstSuccess, cannotReturn, finalSuccess, progressStep;
+        kel::TextId cannotEnter, failed, firstSuccess, cannotReturn, finalSuccess;
+        int progressStep;
     };
     bool runItem(const ItemTexts& item, bool (UDiskUpWin::*check)(), bool (UDiskUpWin::*worker)());
+    // The steps of startUpdate, in their order; false ends the run with failEnd.
+    file_operation_c* beginRun();
+    bool readPackageSettings();
+    bool runItemPhase();
+    bool applyCopySet(file_operation_c& op);
+    bool applyDeleteSet(file_operation_c& op);
+    bool applyExeSet(file_operation_c& op);
+    void refreshLibraryCache();
+    void endAfterFailedCommand(file_operation_c* op);
+    void finishSucceeded(file_operation_c* op);
     void failEnd(file_operation_c* op);
-    void showBox(int title, const QString& text, bool warning);
+    void showBox(kel::TextId title, const QString& text, bool warning);
 
     Ui::UDiskUpWin* ui;
     MessagePane* messagePane; // owned by the pane's text edit
