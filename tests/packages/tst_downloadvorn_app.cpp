@@ -25,6 +25,8 @@ private slots:
     void room_data();
     void room();
     void linksAreReplacedNotFollowed();
+    void checksumList_data();
+    void checksumList();
 
 private:
     // A manifest of records "name|src_path|des_path|delaycopy_file".
@@ -186,6 +188,39 @@ void TestDownLoadVornApp::room()
     QCOMPARE(fixture::redTexts(spy).size(), 1);
     QVERIFY(fixture::redTexts(spy).first().startsWith(kel::text(2223).section("%1", 0, 0)));
     QVERIFY(QFileInfo::exists(panel + "old.so"));
+}
+
+void TestDownLoadVornApp::checksumList_data()
+{
+    QTest::addColumn<QByteArray>("list"); // the md5sum list of the package; "-": none
+    QTest::addColumn<bool>("passes");
+    QTest::addColumn<QString>("redLine");
+    QTest::newRow("every file as listed") << QByteArray("60b725f10c9c85c70d97880dfe8191b3  ./a\n"
+                                                        "3b5d5c3712955042212316173ccf37be  ./b\n")
+                                          << true << QString();
+    QTest::newRow("one file changed") << QByteArray("60b725f10c9c85c70d97880dfe8191b3  ./a\n"
+                                                    "00000000000000000000000000000000  ./b\n")
+                                      << false << kel::text(2034).arg("./b: FAILED");
+    QTest::newRow("no list") << QByteArray("-") << false << kel::text(2030).arg("version.1.2.0");
+}
+
+void TestDownLoadVornApp::checksumList()
+{
+    QFETCH(QByteArray, list);
+    QFETCH(bool, passes);
+    QFETCH(QString, redLine);
+    fixture::writeFile("a", "a\n");
+    fixture::writeFile("b", "b\n");
+    fixture::writeScrambledIni("update.ini",
+                               "[PREPARE]\nversion=1.2.0\n[UPDATEINFO]\nfile_num=0\n");
+    if (list != "-")
+        fixture::writeFile("version.1.2.0", list);
+    downLoadVorn_app app;
+    QSignalSpy spy(&app, &downLoadVorn_app::emitMessage);
+    QCOMPARE(app.checkFile(downLoadVorn_app::CHECK_PACKAGE), passes);
+    QCOMPARE(fixture::redTexts(spy), redLine.isEmpty() ? QStringList() : QStringList{redLine});
+    if (passes)
+        QCOMPARE(fixture::texts(spy).last(), kel::text(2036).arg("version.1.2.0"));
 }
 
 void TestDownLoadVornApp::linksAreReplacedNotFollowed()
