@@ -1,6 +1,7 @@
 #include "kel_gate.h"
 
 #include "def.h"
+#include "filetools.h"
 #include "gate_notice.h"
 #include "maincfg.h"
 #include "multilingual_management.h"
@@ -8,7 +9,6 @@
 #include "panel_library.h"
 #include "ram_folder.h"
 #include "safe_file.h"
-#include "slienceupdate.h"
 #include "stick_manifest.h"
 #include "stick_sources.h"
 #include "stick_tree.h"
@@ -76,6 +76,29 @@ const ReasonText kReasonTexts[] = {
     {StickCheck::KeysUnusable, kel::kGateKeysUnusable},
     {StickCheck::VersionUnreadable, kel::kGateVersionUnreadable},
 };
+
+// Where the stick's program writes its log, relative to the package folder, read from its options
+// as the program reads them: an option is found by substring, its value follows one space in the
+// same argument, and the last "-p" wins. Without -r, -s, -p or -nr the run writes no log (empty);
+// without a path, the log lies beside the package folder (two levels up on a lite runtime).
+QString programLog(int argc, char** argv)
+{
+    bool quiet = false;
+    QString given;
+    for (int i = 0; i < argc; ++i) {
+        const QString arg = QString::fromUtf8(argv[i]);
+        quiet = quiet || arg.contains("-r") || arg.contains("-s") || arg.contains("-p") ||
+                arg.contains("-nr");
+        const QStringList parts = arg.split(' ', Qt::KeepEmptyParts);
+        if (arg.contains("-p") && parts.size() > 1)
+            given = parts.at(1);
+    }
+    if (!quiet)
+        return QString();
+    if (!given.isEmpty())
+        return given;
+    return QString(FileTools::checkLiteVornApp() ? "../../" : "../") + UPDATE_LOG_FILE_NAME;
+}
 
 void journal(const QString& line)
 {
@@ -186,9 +209,7 @@ void KelGate::loadTexts()
 
 QString KelGate::logPath(char** argv) const
 {
-    QuietUpdateParam param;
-    param.parseCmdParam(m_argc - m_programIndex, argv + m_programIndex);
-    const QString path = param.getUpdateFilepath();
+    const QString path = programLog(m_argc - m_programIndex - 1, argv + m_programIndex + 1);
     if (path.isEmpty())
         return StickTree::topDir(m_packageDir) + "/" + UPDATE_LOG_FILE_NAME;
     return QDir::cleanPath(QDir(m_packageDir).absoluteFilePath(path));

@@ -51,7 +51,8 @@ enum Attack
     NoRoom,
     StateUnwritable,
     LogByStickPath,
-    LogFolderIsALink
+    LogFolderIsALink,
+    LogNamedTwice // the program writes the last log it is given
 };
 
 } // namespace
@@ -115,6 +116,8 @@ void TestKelGate::programRunsOnlyAfterTheCheck_data()
         << LogByStickPath << QByteArray() << "[成功]" << 7 << "1.2.0" << QString();
     QTest::newRow("log in a stick folder that links to the panel")
         << LogFolderIsALink << QByteArray() << "[成功]" << 7 << "1.2.0" << QString();
+    QTest::newRow("log named twice")
+        << LogNamedTwice << QByteArray() << "[成功]" << 7 << "1.2.0" << QString();
     QTest::newRow("stick changed after the check")
         << StickSwappedAfterCheck << QByteArray() << "[成功]" << 7 << "1.2.0" << QString();
     QTest::newRow("changed file") << ChangedFile << QByteArray("[成功]\nold\n") << "[成功]" << 1
@@ -150,12 +153,14 @@ void TestKelGate::programRunsOnlyAfterTheCheck()
     makeStick("echo \"$*\" > \"$RAN\"\n"
               "[ -z \"$SWAP\" ] || echo evil > \"$SWAP\"\n"
               "cat payload.conf >> \"$RAN\"\n"
-              "[ -z \"$REPORT\" ] || echo \"$REPORT\" > \"${3#-p }\"\n"
+              "eval \"log=\\${$#}\"\n"
+              "[ -z \"$REPORT\" ] || echo \"$REPORT\" > \"${log#-p }\"\n"
               "exit 7");
     QStringList options;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     int lock = -1;
     QString logOption = "-p ../update.log";
+    QStringList programOptions{"./kelloadui.bin", "-s", "-nr"};
     switch (attack) {
     case None:
         break;
@@ -185,6 +190,9 @@ void TestKelGate::programRunsOnlyAfterTheCheck()
     case LogByStickPath:
         logOption = "-p " + stick + "/update.log";
         break;
+    case LogNamedTwice:
+        programOptions << "-p ../first.log";
+        break;
     case LogFolderIsALink:
         QDir().mkpath(dir + "/elsewhere");
         QVERIFY(QFile::link(dir + "/elsewhere", stick + "/logs"));
@@ -201,7 +209,7 @@ void TestKelGate::programRunsOnlyAfterTheCheck()
     env.insert("REPORT", report);
     env.insert("RAN", dir + "/ran.txt");
     QByteArray err;
-    QCOMPARE(gate({"./kelloadui.bin", "-s", "-nr", logOption}, env, &err, options), status);
+    QCOMPARE(gate(programOptions + QStringList{logOption}, env, &err, options), status);
     if (lock >= 0)
         ::close(lock);
     if (attack == StateUnwritable)
@@ -221,7 +229,8 @@ void TestKelGate::programRunsOnlyAfterTheCheck()
         // An option naming the log on the stick names the copy's log instead.
         const QString seen =
             attack == LogByStickPath ? "-p " + dir + "/run/stick/update.log" : logOption;
-        QCOMPARE(fixture::readFile(dir + "/ran.txt"), "-s -nr " + seen.toUtf8() + "\nsigned\n");
+        QCOMPARE(fixture::readFile(dir + "/ran.txt"),
+                 (programOptions.mid(1) + QStringList{seen}).join(' ').toUtf8() + "\nsigned\n");
         QVERIFY2(log.startsWith(report), qPrintable(log));
         QVERIFY(QFileInfo(stick + "/update.log").isFile() &&
                 !QFileInfo(stick + "/update.log").isSymLink());
