@@ -7,6 +7,7 @@
 #include "end_state_check.h"
 #include "file_copier.h"
 #include "file_operation_c.h"
+#include "folder_run.h"
 #include "generateconfiginfo.h"
 #include "manifest_lint.h"
 #include "package_keys.h"
@@ -51,9 +52,11 @@ public:
     }
 };
 
+// Direct: the updater's checks may run on the thread of their package folder.
 template <typename Worker> void collect(Worker* worker, MessageCollector* collector)
 {
-    QObject::connect(worker, &Worker::emitMessage, collector, &MessageCollector::take);
+    QObject::connect(worker, &Worker::emitMessage, collector, &MessageCollector::take,
+                     Qt::DirectConnection);
 }
 
 QString modeText(int mode)
@@ -492,7 +495,6 @@ void PackageVerifier::checkAll()
             "build the stick with kelpack build");
         return;
     }
-    const QString back = QDir::currentPath();
     const BoolTable items = root.getUpdateInfo();
     const auto requested = [&items](const char* key) {
         const bool* value = firstBool(items, key);
@@ -518,7 +520,6 @@ void PackageVerifier::checkAll()
     checkEndState();
     summarizeEndState();
     checkItemFolders(root);
-    QDir::setCurrent(back);
     if (m_tree.isEmpty() && !QFileInfo::exists(m_dir + "/" + kel::kProgramName))
         add(false, kel::kProgramName, QString(), QString(),
             "is not in the package folder: nothing runs the update",
@@ -673,8 +674,6 @@ void PackageVerifier::walkOperations(const QString& folder, const QString& file)
             "build the stick with kelpack build");
         return;
     }
-    const QString back = QDir::currentPath();
-    QDir::setCurrent(m_dir + "/" + folder);
     walkCopies(folder, file, *manifest);
     walkDeletes(file, *manifest);
     walkGrants(file, *manifest);
@@ -684,12 +683,15 @@ void PackageVerifier::walkOperations(const QString& folder, const QString& file)
     MessageCollector messages;
     collect(&reader, &messages);
     collect(&engine, &messages);
-    if (reader.readFileOpConfig(m_dir + "/" + file) &&
-        !engine.checkCopyFile(reader.getCopyFileSet()) && !hasErrorIn(file))
+    bool failed = false;
+    FolderRun::run(m_dir + "/" + folder, [&] {
+        failed = reader.readFileOpConfig(m_dir + "/" + file) &&
+                 !engine.checkCopyFile(reader.getCopyFileSet());
+    });
+    if (failed && !hasErrorIn(file))
         add(true, file, kCopy, QString(),
             "the updater's own check of the copy set fails: " + messages.lines.join("; "),
             "correct the record the message names");
-    QDir::setCurrent(back);
 }
 
 void PackageVerifier::walkCopies(const QString& folder, const QString& file, QSettings& manifest)
@@ -827,26 +829,30 @@ void PackageVerifier::walkRuntime()
 {
     m_phase = "runtime application (vorn_app/)";
     const QString file = QString(kRuntimeFolder) + "/" + kRootManifest;
-    const QString back = QDir::currentPath();
-    if (!QDir::setCurrent(m_dir + "/" + kRuntimeFolder)) {
+    downLoadVorn_app runtime;
+    MessageCollector messages;
+    collect(&runtime, &messages);
+    QStringList checking;
+    bool checked = false, parsed = false;
+    const bool entered = FolderRun::run(m_dir + "/" + kRuntimeFolder, [&] {
+        checked = runtime.checkFile(downLoadVorn_app::CHECK_PACKAGE);
+        checking.swap(messages.lines);
+        parsed = runtime.parseIniFile();
+    });
+    if (!entered) {
         add(true, kRootManifest, kUpdate, kUpVornApp,
             "is true, but the package has no vorn_app/ folder: the item fails",
             "add vorn_app/ or set UPVORN_APP=false");
         return;
     }
-    downLoadVorn_app runtime;
-    MessageCollector messages;
-    collect(&runtime, &messages);
-    if (!runtime.checkFile(downLoadVorn_app::CHECK_PACKAGE))
+    if (!checked)
         add(true, file, kPrepare, kVersion,
-            "the check of the package on the stick fails: " + messages.lines.join("; "),
+            "the check of the package on the stick fails: " + checking.join("; "),
             "build the stick with kelpack build and leave its vorn_app/ as it is");
-    messages.lines.clear();
-    if (!runtime.parseIniFile()) {
+    if (!parsed) {
         add(true, file, kUpdateInfo, kFileNum,
             "the program cannot use the manifest: " + messages.lines.join("; "),
             QString(kFileNum) + "=the number of [FILEn] sections");
-        QDir::setCurrent(back);
         return;
     }
     QVector<downLoadVorn_app::FILE_INFO> records = runtime.fileInfos();
@@ -860,7 +866,6 @@ void PackageVerifier::walkRuntime()
     shortenRuntimeLibraries(file);
     checkRuntimeLibraries(file);
     grantRuntime(file, runtime.exeFiles());
-    QDir::setCurrent(back);
 }
 
 QVector<bool> PackageVerifier::clearRuntime(const QString& file,
@@ -1217,16 +1222,15 @@ void PackageVerifier::walkProject()
         m_panel.install(dest, source, file + " [" + record.section() + "]");
     }
     step("check the installed copy", projectDir, QString(), "sizes and CRC-32");
-    const QString back = QDir::currentPath();
-    QDir::setCurrent(folder);
     downLoadPro project(QString(kel::kVornAppDir) + "/");
     MessageCollector messages;
     collect(&project, &messages);
-    if (!project.init() && !hasErrorIn(file))
+    bool accepted = true;
+    FolderRun::run(folder, [&] { accepted = project.init(); });
+    if (!accepted && !hasErrorIn(file))
         add(true, file, QString(), QString(),
             "the updater's own check of the project fails: " + messages.lines.join("; "),
             "correct the record the message names");
-    QDir::setCurrent(back);
 }
 
 void PackageVerifier::readProjectRecord(const QString& source, ManifestRecord& record) const
