@@ -1,5 +1,4 @@
 #include "fixture.h"
-#include "qsettingsfactory.h"
 #include "sandbox.h"
 
 #include <QDir>
@@ -60,8 +59,7 @@ QByteArray garbage(int size)
 void TestSim::initTestCase()
 {
     SANDBOX_REQUIRED();
-    if (QStandardPaths::findExecutable("Xvfb").isEmpty())
-        QSKIP("Xvfb is not installed (scripts/install-deps.sh installs it)");
+    TOOLS_REQUIRED("Xvfb");
 }
 
 void TestSim::init()
@@ -94,13 +92,7 @@ QString TestSim::simulate(const QString& stickDir, const QStringList& simOptions
 void TestSim::editManifest(const QString& relativePath, const QByteArray& from,
                            const QByteArray& to)
 {
-    const QString path = stick + "/" + relativePath;
-    const QString plain = dir + "/plain.ini";
-    QVERIFY(QSettingsFactory::decryptFile(path, plain, QSettingsFactory::CRYPT_CHECKED));
-    QByteArray text = fixture::readFile(plain);
-    QVERIFY2(text.contains(from), from.constData());
-    fixture::writeFile(plain, text.replace(from, to));
-    QVERIFY(QSettingsFactory::encryptFile(plain, path));
+    QVERIFY2(fixture::editScrambled(stick + "/" + relativePath, from, to), from.constData());
 }
 
 QString TestSim::log() const

@@ -35,8 +35,7 @@ private:
 void TestSimFleet::initTestCase()
 {
     SANDBOX_REQUIRED();
-    if (QStandardPaths::findExecutable("swupdate").isEmpty())
-        QSKIP("swupdate is not installed (scripts/install-deps.sh installs it)");
+    TOOLS_REQUIRED("swupdate");
     dir = sandbox::makeScratchDir("simfleet");
     QCOMPARE(fixture::run("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout",
                                       dir + "/signer.key", "-out", dir + "/signer.pem", "-subj",

@@ -1,7 +1,6 @@
 #include "def.h"
 #include "fixture.h"
 #include "multilingual_management.h"
-#include "qsettingsfactory.h"
 #include "sandbox.h"
 #include "stick_tree.h"
 
@@ -45,8 +44,7 @@ private:
 void TestSimGate::initTestCase()
 {
     SANDBOX_REQUIRED();
-    if (QStandardPaths::findExecutable("Xvfb").isEmpty())
-        QSKIP("Xvfb is not installed (scripts/install-deps.sh installs it)");
+    TOOLS_REQUIRED("Xvfb");
     MultilingualManager::GetInstance()->loadMultilingualFile(QString(), kel::kDefaultLanguageFile);
     dir = sandbox::makeScratchDir("simgate");
     for (const char* name : {"vendor", "other"}) {
@@ -201,11 +199,8 @@ void TestSimGate::refusedStickNeverStarts()
 
     if (english) {
         // The gate reads the panel's own language choice, never the stick's.
-        const QString panel = dir + "/panel";
-        QCOMPARE(
-            fixture::run("/bin/sh", {QStringLiteral(KEL_SOURCE_DIR) + "/sim/seed-panel.sh", panel}),
-            0);
-        fixture::writeFile(panel + "/usr/vorn_app/project/lan_setup.ini",
+        QVERIFY(fixture::seedPanel(dir + "/panel"));
+        fixture::writeFile(dir + "/panel/usr/vorn_app/project/lan_setup.ini",
                            "[current_language]\ntype=1\n");
     }
     if (damage != SourceOutside)
@@ -236,15 +231,8 @@ void TestSimGate::refusedStickNeverStarts()
     }
     case SourceOutside: {
         // The package names a file beside the signed folders; what lies there is the stick's.
-        const QString manifest = stick + "/update/update.ini";
-        QByteArray plain = fixture::readFile(manifest);
-        for (char& byte : plain)
-            byte = char(QSettingsFactory::unscrambleByte(uchar(byte)));
-        QVERIFY(plain.contains("SRCPATH=./files/panel.conf"));
-        plain.replace("SRCPATH=./files/panel.conf", "SRCPATH=../extra/panel.conf");
-        for (char& byte : plain)
-            byte = char(QSettingsFactory::scrambleByte(uchar(byte)));
-        fixture::writeFile(manifest, plain);
+        QVERIFY(fixture::editScrambled(stick + "/update/update.ini", "SRCPATH=./files/panel.conf",
+                                       "SRCPATH=../extra/panel.conf"));
         fixture::writeFile(target, fixture::readFile(stick + "/update/files/panel.conf"));
         QVERIFY(fixture::signUnchecked(stick + "/update", dir + "/vendor.key",
                                        {"KEL-1000", "KEL-700"}));

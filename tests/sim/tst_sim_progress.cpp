@@ -77,10 +77,7 @@ QByteArray tickers(const QString& panel)
 void TestSimProgress::initTestCase()
 {
     SANDBOX_REQUIRED();
-    for (const char* tool : {"Xvfb", "script"})
-        if (QStandardPaths::findExecutable(tool).isEmpty())
-            QSKIP(qPrintable(
-                QString("%1 is not installed (scripts/install-deps.sh installs it)").arg(tool)));
+    TOOLS_REQUIRED("Xvfb", "script");
 }
 
 void TestSimProgress::init()

@@ -1,5 +1,4 @@
 #include "fixture.h"
-#include "qsettingsfactory.h"
 #include "sandbox.h"
 
 #include <QDir>
@@ -23,8 +22,6 @@ private slots:
     void existingReportFileIsRefused();
 
 private:
-    // Runs chromium headless on page with options; its error output lands in log.
-    int browser(const QString& page, const QStringList& options, QByteArray* log = nullptr);
     QString stick;
     QString dir;
 };
@@ -32,26 +29,15 @@ private:
 namespace {
 const QString kKelsim = QStringLiteral(KEL_SOURCE_DIR) + "/sim/kelsim";
 
-// Replaces one text of a scrambled manifest.
-bool editManifest(const QString& path, const QByteArray& from, const QByteArray& to)
-{
-    const QString plain = path + ".plain";
-    if (!QSettingsFactory::decryptFile(path, plain, QSettingsFactory::CRYPT_CHECKED))
-        return false;
-    QByteArray text = fixture::readFile(plain);
-    const bool found = text.contains(from);
-    fixture::writeFile(plain, text.replace(from, to));
-    const bool written = QSettingsFactory::encryptFile(plain, path);
-    return QFile::remove(plain) && found && written;
-}
-
 // What a page shows: the images it embeds, decoded from their base64 data.
 QVector<QImage> embeddedImages(const QByteArray& html)
 {
     QVector<QImage> images;
-    const QRegularExpression image(R"re(<img [^>]*src="data:image/png;base64,([A-Za-z0-9+/=]*)")re");
+    const QRegularExpression image(
+        R"re(<img [^>]*src="data:image/png;base64,([A-Za-z0-9+/=]*)")re");
     for (auto match = image.globalMatch(QString::fromLatin1(html)); match.hasNext();)
-        images << QImage::fromData(QByteArray::fromBase64(match.next().captured(1).toLatin1()), "PNG");
+        images << QImage::fromData(QByteArray::fromBase64(match.next().captured(1).toLatin1()),
+                                   "PNG");
     return images;
 }
 } // namespace
@@ -59,11 +45,7 @@ QVector<QImage> embeddedImages(const QByteArray& html)
 void TestSimReport::initTestCase()
 {
     SANDBOX_REQUIRED();
-    if (QStandardPaths::findExecutable("Xvfb").isEmpty())
-        QSKIP("Xvfb is not installed (scripts/install-deps.sh installs it)");
-    for (const char* tool : {"chromium", "pdftotext", "pdfimages", "pdfinfo"})
-        if (QStandardPaths::findExecutable(tool).isEmpty())
-            QSKIP(qPrintable(QString("%1 is not installed (scripts/install-deps.sh installs it)").arg(tool)));
+    TOOLS_REQUIRED("Xvfb", "chromium", "pdftotext", "pdfimages", "pdfinfo");
 }
 
 void TestSimReport::init()
@@ -78,26 +60,6 @@ void TestSimReport::cleanup()
     QDir(dir).removeRecursively();
 }
 
-int TestSimReport::browser(const QString& page, const QStringList& options, QByteArray* log)
-{
-    // Its profile, cache and crash reports stay in the scratch folder, not in this machine's home.
-    QProcess process;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"})
-        environment.insert(variable, dir + "/browser");
-    process.setProcessEnvironment(environment);
-    process.start("chromium",
-                  QStringList{"--headless=new", "--no-sandbox", "--disable-gpu",
-                              "--enable-logging=stderr", "--v=0", "--user-data-dir=" + dir + "/browser"} +
-                      options + QStringList{QUrl::fromLocalFile(page).toString()});
-    const bool ended = process.waitForFinished(60000);
-    if (!ended)
-        process.kill();
-    if (log)
-        *log = process.readAllStandardError();
-    return ended && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-}
-
 void TestSimReport::reportReadsInABrowser_data()
 {
     QTest::addColumn<bool>("failing");
@@ -108,7 +70,8 @@ void TestSimReport::reportReadsInABrowser_data()
     QTest::newRow("sample with hostile names")
         << false << "the update succeeded"
         << QStringList{"拷贝文件./payload/&lt;b&gt;bold &lt;i&gt;x &amp; y.conf成功！",
-                       "/usr/vorn_app/config/raw<span class=\"raw\">\\xff</span>&lt;b&gt;x&amp;&quot;y"}
+                       "/usr/vorn_app/config/raw<span "
+                       "class=\"raw\">\\xff</span>&lt;b&gt;x&amp;&quot;y"}
         << "usr_kellogger.service";
     QTest::newRow("corrupt payload, red screen")
         << true << "the update failed" << QStringList() << "/usr/vorn_app/etc/";
@@ -127,23 +90,28 @@ void TestSimReport::reportReadsInABrowser()
         // The package-wide copy finds a checksum wrong; an interactive run shows it, red, until
         // its time is up, and writes the log named.
         fixture::writeFile(stick + "/update/files/panel.conf", "bright=100\n");
-        simOptions << "--interactive" << "--timeout" << "6";
+        simOptions << "--interactive"
+                   << "--timeout"
+                   << "6";
         programOptions << "-p /media/usb0/update.log";
     } else {
         // A name with markup and blanks in the log, and one with a byte that is not UTF-8 (made
         // on the panel by the package's command) among the changes.
         const QString oldName = stick + "/update/system/payload/time.conf";
         QVERIFY(QFile::rename(oldName, stick + "/update/system/payload/<b>bold <i>x & y.conf"));
-        QVERIFY(editManifest(stick + "/update/system/update.ini", "SRCPATH=./payload/time.conf",
-                             "SRCPATH=./payload/<b>bold <i>x & y.conf"));
-        QVERIFY(editManifest(stick + "/update/update.ini",
-                             "COMMAND=echo sample command ran > /usr/vorn_app/config/command.out",
-                             "COMMAND=sh ./named.sh"));
+        QVERIFY(fixture::editScrambled(stick + "/update/system/update.ini",
+                                       "SRCPATH=./payload/time.conf",
+                                       "SRCPATH=./payload/<b>bold <i>x & y.conf"));
+        QVERIFY(fixture::editScrambled(
+            stick + "/update/update.ini",
+            "COMMAND=echo sample command ran > /usr/vorn_app/config/command.out",
+            "COMMAND=sh ./named.sh"));
         fixture::writeFile(stick + "/update/named.sh",
                            "printf x > \"/usr/vorn_app/config/$(printf 'raw\\377<b>x&\"y')\"\n");
     }
     QByteArray out;
-    const int status = fixture::run(kKelsim, simOptions + QStringList{stick} + programOptions, &out, &out);
+    const int status =
+        fixture::run(kKelsim, simOptions + QStringList{stick} + programOptions, &out, &out);
     QVERIFY2(status == (failing ? 1 : 0), out.constData());
 
     const QString page = dir + "/report.html";
@@ -151,7 +119,8 @@ void TestSimReport::reportReadsInABrowser()
     // Self-contained and without a script: nothing to fetch, nothing to run.
     QVERIFY(!html.isEmpty());
     QVERIFY(!html.toLower().contains("<script"));
-    QVERIFY(!QString::fromLatin1(html).contains(QRegularExpression(R"re((src|href)="(?!data:))re")));
+    QVERIFY(
+        !QString::fromLatin1(html).contains(QRegularExpression(R"re((src|href)="(?!data:))re")));
     // Names from the stick are text, never markup, and the page is UTF-8 throughout.
     QCOMPARE(QString::fromUtf8(html).toUtf8(), html);
     QVERIFY(!html.contains("<b>"));
@@ -170,8 +139,9 @@ void TestSimReport::reportReadsInABrowser()
 
     // The log: the report line at its head, the failures in red, as the panel showed them.
     const QString text = QString::fromUtf8(html);
-    const int report = text.indexOf(failing ? QString::fromUtf8("<p class=\"report fail\">[失败]</p>")
-                                            : QString::fromUtf8("<p class=\"report ok\">[成功]</p>"));
+    const int report =
+        text.indexOf(failing ? QString::fromUtf8("<p class=\"report fail\">[失败]</p>")
+                             : QString::fromUtf8("<p class=\"report ok\">[成功]</p>"));
     QVERIFY(report > 0);
     QVERIFY(report < text.indexOf("<ol class=\"log\">"));
     if (failing)
@@ -188,7 +158,9 @@ void TestSimReport::reportReadsInABrowser()
     QByteArray log;
     QElapsedTimer clock;
     clock.start();
-    QCOMPARE(browser(page, {"--no-pdf-header-footer", "--print-to-pdf=" + pdf}, &log), 0);
+    QCOMPARE(fixture::browser(page, {"--no-pdf-header-footer", "--print-to-pdf=" + pdf},
+                              dir + "/browser", &log),
+             0);
     qInfo("printed in %lld ms", clock.elapsed());
     for (const QByteArray& line : log.split('\n'))
         QVERIFY2(!line.contains(":CONSOLE"), line.constData());
@@ -198,8 +170,9 @@ void TestSimReport::reportReadsInABrowser()
     QByteArray first;
     QCOMPARE(fixture::run("pdftotext", {"-f", "1", "-l", "1", "-layout", pdf, "-"}, &first), 0);
     const QString firstPage = QString::fromUtf8(first).simplified();
-    for (const QString& expected : {outcome, QString("Final screen"), QString("Change Path Mode Bytes Hash"),
-                                    QString("On the panel"), firstChange})
+    for (const QString& expected :
+         {outcome, QString("Final screen"), QString("Change Path Mode Bytes Hash"),
+          QString("On the panel"), firstChange})
         QVERIFY2(firstPage.contains(expected), qPrintable(expected + " not on page 1:\n" + first));
     // The screens' timeline comes after the changes, wherever it starts.
     const int timeline = firstPage.indexOf("Screens ");
@@ -219,7 +192,10 @@ void TestSimReport::reportReadsInABrowser()
 
     // On screen, as a picture a person looks at.
     const QString shot = dir + "/report.png";
-    QCOMPARE(browser(page, {"--hide-scrollbars", "--window-size=1000,2400", "--screenshot=" + shot}), 0);
+    QCOMPARE(fixture::browser(
+                 page, {"--hide-scrollbars", "--window-size=1000,2400", "--screenshot=" + shot},
+                 dir + "/browser"),
+             0);
     const QImage screen(shot);
     QCOMPARE(screen.size(), QSize(1000, 2400));
     // The final screen near the top: red all round the dialog after a failure.
@@ -235,7 +211,8 @@ void TestSimReport::existingReportFileIsRefused()
     const QString page = dir + "/taken.html";
     fixture::writeFile(page, "mine\n");
     QByteArray out;
-    QCOMPARE(fixture::run(kKelsim, {"--panel", dir + "/panel", "--report", page, stick}, &out, &out), 2);
+    QCOMPARE(
+        fixture::run(kKelsim, {"--panel", dir + "/panel", "--report", page, stick}, &out, &out), 2);
     QVERIFY2(out.contains("exists; name a new file"), out.constData());
     QCOMPARE(fixture::readFile(page), QByteArray("mine\n"));
 }

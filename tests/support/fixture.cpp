@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QUrl>
 #include <zlib.h>
 
 namespace fixture {
@@ -103,6 +104,47 @@ bool copySampleStick(const QString& dir)
 bool copySampleTree(const QString& dir)
 {
     return run("cp", {"-R", QStringLiteral(KEL_SOURCE_DIR) + "/examples/sample/package", dir}) == 0;
+}
+
+bool seedPanel(const QString& dir)
+{
+    QDir(dir).removeRecursively();
+    return run("/bin/sh", {QStringLiteral(KEL_SOURCE_DIR) + "/sim/seed-panel.sh", dir}) == 0;
+}
+
+bool editScrambled(const QString& path, const QByteArray& from, const QByteArray& to)
+{
+    QByteArray text = readFile(path);
+    for (char& byte : text)
+        byte = static_cast<char>(QSettingsFactory::unscrambleByte(static_cast<uchar>(byte)));
+    if (!text.contains(from))
+        return false;
+    text.replace(from, to);
+    for (char& byte : text)
+        byte = static_cast<char>(QSettingsFactory::scrambleByte(static_cast<uchar>(byte)));
+    writeFile(path, text);
+    return true;
+}
+
+int browser(const QString& page, const QStringList& options, const QString& profileDir,
+            QByteArray* log)
+{
+    // Its profile, cache and crash reports stay in profileDir, not in this machine's home.
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"})
+        environment.insert(variable, profileDir);
+    process.setProcessEnvironment(environment);
+    process.start("chromium",
+                  QStringList{"--headless=new", "--no-sandbox", "--disable-gpu",
+                              "--enable-logging=stderr", "--v=0", "--user-data-dir=" + profileDir} +
+                      options + QStringList{QUrl::fromLocalFile(page).toString()});
+    const bool ended = process.waitForFinished(60000);
+    if (!ended)
+        process.kill();
+    if (log)
+        *log = process.readAllStandardError();
+    return ended && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
 
 QString section(const QString& report, const QString& name)

@@ -5,10 +5,22 @@
 #include <QByteArray>
 #include <QColor>
 #include <QSignalSpy>
+#include <QStandardPaths>
 #include <QString>
+#include <QTest>
+#include <cstddef>
 
 // Small builders for package trees and readers of what the code under test reported.
 namespace fixture {
+
+// A data-driven test's table: one column "c" holding each case, a row named by its name. Case
+// needs Q_DECLARE_METATYPE; the test function reads the row with QFETCH(Case, c).
+template <class Case, std::size_t N> void table(const Case (&cases)[N])
+{
+    QTest::addColumn<Case>("c");
+    for (const Case& c : cases)
+        QTest::newRow(c.name) << c;
+}
 
 // Writes bytes to path, creating its directories.
 void writeFile(const QString& path, const QByteArray& bytes);
@@ -29,6 +41,14 @@ bool cpioEntry(const QByteArray& archive, const QByteArray& name, int* offset, i
 // Copies this build's sample stick, or the sample's package tree, to dir; false when it failed.
 bool copySampleStick(const QString& dir);
 bool copySampleTree(const QString& dir);
+// Seeds dir as the simulator's default panel (sim/seed-panel.sh); false when it failed.
+bool seedPanel(const QString& dir);
+// Replaces from by to in the scrambled manifest at path; false when from is not in it.
+bool editScrambled(const QString& path, const QByteArray& from, const QByteArray& to);
+// Runs chromium headless on page with options, its profile in profileDir; its exit status, or -1
+// when it crashed or hung, and its error output in log.
+int browser(const QString& page, const QStringList& options, const QString& profileDir,
+            QByteArray* log = nullptr);
 // The section NAME of a simulator report: the lines after "== NAME" up to the next section.
 QString section(const QString& report, const QString& name);
 
@@ -58,3 +78,13 @@ bool mountTmpfs(const QString& dir, const QString& size);
 void removeTree(const QString& dir);
 
 } // namespace fixture
+
+// Skips the calling test function when a program of tools is not installed.
+#define TOOLS_REQUIRED(...)                                                                        \
+    do {                                                                                           \
+        for (const char* tool : {__VA_ARGS__})                                                     \
+            if (QStandardPaths::findExecutable(tool).isEmpty())                                    \
+                QSKIP(qPrintable(QString("%1 is not installed (scripts/install-deps.sh "           \
+                                         "installs it)")                                           \
+                                     .arg(tool)));                                                 \
+    } while (false)

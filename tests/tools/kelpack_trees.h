@@ -97,71 +97,49 @@ inline QStringList simulatedChanges(const QString& simulated)
     return seen;
 }
 
-// One packaging mistake: the tree's edits, the finding verify must report and its exit status,
-// and what the panel does with a stick of the tree.
+// One packaging mistake: the tree's edits, the finding verify must report, and what the panel does
+// with a stick of the tree.
 struct Mistake
 {
     const char* name;
     QStringList edits;
-    // The finding: severity, file, line, section and key, a phrase of the problem and of the fix;
-    // verify's exit status.
-    QString severity;
-    QString file;
-    int line;
-    QString section;
-    QString key;
-    QString problem;
-    QString fix;
-    int status;
-    // The panel: the report line of the last of runs, and a pattern its output holds ("!": lacks);
-    // simulator options and environment for the run.
+    // The finding as "SEVERITY FILE[:LINE] [SECTION] KEY" (empty: verify finds nothing), a phrase
+    // of its problem and of its fix. verify exits with 1 on an error, 0 otherwise.
+    QString finding, problem, fix;
+    // The panel: the report line of the last of runs, and a pattern its output holds ("!": lacks).
     int runs;
-    QString report;
-    QString evidence;
-    QStringList simOptions = {};
-    QStringList environment = {};
+    QString report, evidence;
     // The run reports success, but leaves the panel unhealthy.
     bool unhealthy = false;
+    // Simulator options and environment for the run.
+    QStringList simOptions = {}, environment = {};
 };
 
-// The table of mistakes, a column for each member of Mistake.
+} // namespace trees
+Q_DECLARE_METATYPE(trees::Mistake)
+namespace trees {
+
+// The table of mistakes, a row "c" for each.
 inline void addMistakes()
 {
-    QTest::addColumn<QStringList>("edits");
-    QTest::addColumn<QString>("severity");
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<int>("line");
-    QTest::addColumn<QString>("section");
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<QString>("problem");
-    QTest::addColumn<QString>("fix");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<int>("runs");
-    QTest::addColumn<QString>("report");
-    QTest::addColumn<QString>("evidence");
-    QTest::addColumn<QStringList>("simOptions");
-    QTest::addColumn<QStringList>("environment");
-    QTest::addColumn<bool>("unhealthy");
-
     const QString ok = QString::fromUtf8("[成功]");
     const QString failed = QString::fromUtf8("[失败]");
     const QString command =
         "COMMAND=\"echo sample command ran > /usr/vorn_app/config/command.out\"";
     const Mistake mistakes[] = {
-        {"correct tree", {}, "", "", 0, "", "", "", "", 0, 1, ok, "replaced /usr/vorn_app/project"},
+        {"correct tree", QStringList{}, "", "", "", 1, ok, "replaced /usr/vorn_app/project"},
         {"runtime record that does not mirror /usr/vorn_app",
          QStringList{"vorn_app/update.ini", "file_num=1\n\n[FILE1]",
                      "file_num=2\n\n[FILE2]\nfile_name=plcgw\nsrc_path=./bin/\n"
                      "des_path=/usr/vorn_app/\n\n[FILE1]",
                      "vorn_app/bin/plcgw", "", "#!/bin/sh\n"},
-         "error", "vorn_app/update.ini", 9, "FILE2", "des_path",
-         "looks for /usr/vorn_app/bin/plcgw", "des_path=/usr/vorn_app/bin/", 1, 1, failed,
-         "removed  /usr/vorn_app/libvornui.so.1"},
+         "error vorn_app/update.ini:9 [FILE2] des_path", "looks for /usr/vorn_app/bin/plcgw",
+         "des_path=/usr/vorn_app/bin/", 1, failed, "removed  /usr/vorn_app/libvornui.so.1"},
         {"runtime manifest not installed",
          QStringList{"vorn_app/update.ini", "des_path=/usr/vorn_app/",
                      "des_path=/usr/vorn_app/rt/"},
-         "error", "vorn_app/update.ini", 4, "UPDATEINFO", "file_num",
-         "reads /usr/vorn_app/update.ini", "des_path=/usr/vorn_app/", 1, 1, failed, ""},
+         "error vorn_app/update.ini:4 [UPDATEINFO] file_num", "reads /usr/vorn_app/update.ini",
+         "des_path=/usr/vorn_app/", 1, failed, ""},
         {"project file named with a folder",
          QStringList{"project/project.ini",
                      "NAME=screen1.scr\nCRC=auto\nSIZE=auto\nDESPATH=$VORN_WORK_DIR/project/"
@@ -169,229 +147,169 @@ inline void addMistakes()
                      "NAME=screens/screen1.scr\nCRC=auto\nSIZE=auto\nDESPATH=$VORN_WORK_DIR/"
                      "project",
                      "project/screens/screen1.scr", "", "screen=1\n"},
-         "error", "project/project.ini", 12, "FILE2", "NAME", "the program creates only DESPATH",
-         "DESPATH=$VORN_WORK_DIR/project/screens", 1, 1, failed,
+         "error project/project.ini:12 [FILE2] NAME", "the program creates only DESPATH",
+         "DESPATH=$VORN_WORK_DIR/project/screens", 1, failed,
          "removed  /usr/vorn_app/project/screens/screen1.scr"},
         {"unit no copy ships",
-         QStringList{"update.ini", "AUTOSTART=kellogger", "AUTOSTART=kellogger,plcgw"}, "warning",
-         "update.ini", 43, "RESTART", "AUTOSTART", "usr_plcgw.service is a unit no copy ships",
-         "DESTPATH=/etc/systemd/system/usr_plcgw", 0, 1, failed, ""},
+         QStringList{"update.ini", "AUTOSTART=kellogger", "AUTOSTART=kellogger,plcgw"},
+         "warning update.ini:43 [RESTART] AUTOSTART", "usr_plcgw.service is a unit no copy ships",
+         "DESTPATH=/etc/systemd/system/usr_plcgw", 1, failed, ""},
         {"delete of a file a previous run removed",
          QStringList{"update.ini", "[EXEFILE]",
                      "[DELFILE]\nDELFILENUM=1\n\n[DELFILE1]\nSRCPATH=/usr/vorn_app/config/"
                      "obsolete.conf\nMODE=0\nAUTHORITY=1\nPRIORITY=1\n\n[EXEFILE]"},
-         "warning", "update.ini", 40, "DELFILE1", "SRCPATH",
+         "warning update.ini:40 [DELFILE1] SRCPATH",
          "a second run of this stick included, the run fails under -s",
-         "every panel still has the file", 0, 2, failed, ""},
-        {"UPPROJECT=no", QStringList{"update.ini", "UPPROJECT=true", "UPPROJECT=no"}, "error",
-         "update.ini", 6, "UPDATE", "UPPROJECT", "\"no\" is read as true", "UPPROJECT=false", 1, 1,
+         "every panel still has the file", 2, failed, ""},
+        {"UPPROJECT=no", QStringList{"update.ini", "UPPROJECT=true", "UPPROJECT=no"},
+         "error update.ini:6 [UPDATE] UPPROJECT", "\"no\" is read as true", "UPPROJECT=false", 1,
          ok, "replaced /usr/vorn_app/project/main.pro"},
         {"UPVORN_APP misspelled", QStringList{"update.ini", "UPVORN_APP=true", "UPVORN_AP=true"},
-         "error", "update.ini", 5, "UPDATE", "UPVORN_AP", "reads no key of this name",
-         "did you mean UPVORN_APP?", 1, 1, ok, "!libvornui"},
+         "error update.ini:5 [UPDATE] UPVORN_AP", "reads no key of this name",
+         "did you mean UPVORN_APP?", 1, ok, "!libvornui"},
         {"$VORN_WORKDIR in DESPATH",
          QStringList{"project/project.ini", "DESPATH=$VORN_WORK_DIR/project\n",
                      "DESPATH=$VORN_WORKDIR/project\n"},
-         "error", "project/project.ini", 9, "FILE1", "DESPATH", "written onto the stick",
-         "did you mean $VORN_WORK_DIR?", 1, 1, ok, "removed  /usr/vorn_app/project/main.pro"},
+         "error project/project.ini:9 [FILE1] DESPATH", "written onto the stick",
+         "did you mean $VORN_WORK_DIR?", 1, ok, "removed  /usr/vorn_app/project/main.pro"},
         {"ACCESSRIGHT names a file nothing installs",
          QStringList{"vorn_app/update.ini", "file_name=vorn_app", "file_name=vorn_ap"},
-         "error",
-         "vorn_app/update.ini",
-         16,
-         "EXE1",
-         "file_name",
+         "error vorn_app/update.ini:16 [EXE1] file_name",
          "/usr/vorn_app/vorn_ap is not there when the right is granted",
-         "a file the records install",
-         1,
-         1,
-         ok,
-         "/usr/vorn_app/vorn_app \\(644",
-         {},
-         {},
-         true},
+         "a file the records install", 1, ok, "/usr/vorn_app/vorn_app \\(644", true},
         {"EXEFILE names a file the runtime removed",
          QStringList{"update.ini", "SRCPATH=/usr/vorn_app/kellogger",
                      "SRCPATH=/usr/vorn_app/kelloger"},
-         "error", "update.ini", 40, "EXEFILE1", "SRCPATH",
+         "error update.ini:40 [EXEFILE1] SRCPATH",
          "/usr/vorn_app/kelloger is gone when the right is granted",
-         "grant only files the package installs", 1, 1, failed, ""},
+         "grant only files the package installs", 1, failed, ""},
         {"EXEFILE names a file nothing installs",
          QStringList{"update.ini", "SRCPATH=/usr/vorn_app/kellogger",
                      "SRCPATH=/usr/local/bin/kellogger"},
-         "warning", "update.ini", 40, "EXEFILE1", "SRCPATH", "not installed by the package",
-         "copy the file in the same package", 0, 1, failed, ""},
+         "warning update.ini:40 [EXEFILE1] SRCPATH", "not installed by the package",
+         "copy the file in the same package", 1, failed, ""},
         {"unknown section [ACCESRIGHT]",
          QStringList{"vorn_app/update.ini", "[ACCESSRIGHT]", "[ACCESRIGHT]"},
-         "error",
-         "vorn_app/update.ini",
-         12,
-         "ACCESRIGHT",
-         "",
-         "reads no section of this name",
-         "did you mean [ACCESSRIGHT]?",
-         1,
-         1,
-         ok,
-         "/usr/vorn_app/vorn_app \\(644",
-         {},
-         {},
-         true},
+         "error vorn_app/update.ini:12 [ACCESRIGHT]", "reads no section of this name",
+         "did you mean [ACCESSRIGHT]?", 1, ok, "/usr/vorn_app/vorn_app \\(644", true},
         {"unknown key SRCPAHT",
          QStringList{"update.ini", "SRCPATH=./files/usr_kellogger.service",
                      "SRCPAHT=./files/usr_kellogger.service"},
-         "error", "update.ini", 28, "COPYFILE2", "SRCPAHT",
-         "reads no key of this name in [COPYFILE2]", "did you mean SRCPATH?", 1, 1, failed, ""},
+         "error update.ini:28 [COPYFILE2] SRCPAHT", "reads no key of this name in [COPYFILE2]",
+         "did you mean SRCPATH?", 1, failed, ""},
         {"DESPATH for DESTPATH",
          QStringList{"update.ini", "DESTPATH=/usr/vorn_app/config/panel.conf",
                      "DESPATH=/usr/vorn_app/config/panel.conf"},
-         "error", "update.ini", 20, "COPYFILE1", "DESPATH",
-         "reads no key of this name in [COPYFILE1]", "did you mean DESTPATH?", 1, 1, ok,
-         "!replaced /usr/vorn_app/config/panel.conf"},
+         "error update.ini:20 [COPYFILE1] DESPATH", "reads no key of this name in [COPYFILE1]",
+         "did you mean DESTPATH?", 1, ok, "!replaced /usr/vorn_app/config/panel.conf"},
         {"unquoted comma in DESTPATH",
          QStringList{"update.ini", "DESTPATH=/usr/vorn_app/config/panel.conf",
                      "DESTPATH=/usr/vorn_app/config/modbus,line4.conf"},
-         "error", "update.ini", 20, "COPYFILE1", "DESTPATH",
-         "splits the value at the unquoted \",\"",
-         "DESTPATH=\"/usr/vorn_app/config/modbus,line4.conf\"", 1, 1, ok,
+         "error update.ini:20 [COPYFILE1] DESTPATH", "splits the value at the unquoted \",\"",
+         "DESTPATH=\"/usr/vorn_app/config/modbus,line4.conf\"", 1, ok,
          "!replaced /usr/vorn_app/config/panel.conf"},
         {"COMMAND script with CR LF",
          QStringList{"update.ini", command, "COMMAND=\"sh ./files/setup.sh\"", "files/setup.sh", "",
                      "touch /usr/vorn_app/config/setup.out\r\n"},
-         "error", "update.ini", 44, "RESTART", "COMMAND", "has CR LF line ends", "LF line ends", 1,
-         1, ok, "!config/setup.out \\("},
+         "error update.ini:44 [RESTART] COMMAND", "has CR LF line ends", "LF line ends", 1, ok,
+         "!config/setup.out \\("},
         {"COMMAND that fails",
-         QStringList{"update.ini", command, "COMMAND=\"sh ./files/setup.sh\""}, "error",
-         "update.ini", 44, "RESTART", "COMMAND",
+         QStringList{"update.ini", command, "COMMAND=\"sh ./files/setup.sh\""},
+         "error update.ini:44 [RESTART] COMMAND",
          "is not a file of the package folder, where the command runs",
-         "the path of a file of the package", 1, 1, ok, ""},
+         "the path of a file of the package", 1, ok, ""},
         {"two copies to one destination",
          QStringList{"update.ini", "DESTPATH=/usr/vorn_app/config/panel.conf",
                      "DESTPATH=/etc/systemd/system/usr_kellogger.service"},
-         "error",
-         "update.ini",
-         29,
-         "COPYFILE2",
-         "DESTPATH",
-         "is also written by [COPYFILE1]",
-         "one record per destination",
-         1,
-         1,
-         ok,
-         QString::fromUtf8("无法完成更名操作"),
-         {},
-         {},
-         true},
+         "error update.ini:29 [COPYFILE2] DESTPATH", "is also written by [COPYFILE1]",
+         "one record per destination", 1, ok, QString::fromUtf8("无法完成更名操作"), true},
         {"STOPPROC of 16 characters",
-         QStringList{"update.ini", "STOPPROC=kelsample_view", "STOPPROC=kelsample_viewer"}, "error",
-         "update.ini", 13, "PREPARE1", "STOPPROC", "the process list shows at most 15",
-         "STOPPROC=kelsample_viewe", 1, 1, ok, QString::fromUtf8("!停止 kelsample"),
+         QStringList{"update.ini", "STOPPROC=kelsample_view", "STOPPROC=kelsample_viewer"},
+         "error update.ini:13 [PREPARE1] STOPPROC", "the process list shows at most 15",
+         "STOPPROC=kelsample_viewe", 1, ok, QString::fromUtf8("!停止 kelsample"), false,
          QStringList{"--runtime", "absent"},
          QStringList{"KELSIM_SETUP=cp /bin/sleep /tmp/kelsample_viewer && (setpriv "
                      "--reuid=65534 --regid=65534 --clear-groups "
                      "/tmp/kelsample_viewer 1000 &)",
                      "KELSIM_WRAPPER=setpriv --bounding-set=-kill --inh-caps=-kill"}},
         {"project CRC that does not match",
-         QStringList{"project/project.ini", "CRC=auto", "CRC=1234abcd"}, "error",
-         "project/project.ini", 7, "FILE1", "CRC", "(expected 1234abcd, actual cbc567ad)",
-         "CRC=auto", 1, 1, failed, ""},
+         QStringList{"project/project.ini", "CRC=auto", "CRC=1234abcd"},
+         "error project/project.ini:7 [FILE1] CRC", "(expected 1234abcd, actual cbc567ad)",
+         "CRC=auto", 1, failed, ""},
         {"copy CRC32 that does not match",
-         QStringList{"update.ini", "CRC32=auto", "CRC32=1234ABCD"}, "error", "update.ini", 22,
-         "COPYFILE1", "CRC32", "(expected 1234ABCD, actual 98785066)", "CRC32=auto", 1, 1, failed,
-         ""},
+         QStringList{"update.ini", "CRC32=auto", "CRC32=1234ABCD"},
+         "error update.ini:22 [COPYFILE1] CRC32", "(expected 1234ABCD, actual 98785066)",
+         "CRC32=auto", 1, failed, ""},
         {"project SIZE that does not match",
-         QStringList{"project/project.ini", "SIZE=auto", "SIZE=1"}, "error", "project/project.ini",
-         8, "FILE1", "SIZE", "(expected 1, actual 42)", "SIZE=auto", 1, 1, failed, ""},
+         QStringList{"project/project.ini", "SIZE=auto", "SIZE=1"},
+         "error project/project.ini:8 [FILE1] SIZE", "(expected 1, actual 42)", "SIZE=auto", 1,
+         failed, ""},
         {"src_path without /", QStringList{"vorn_app/update.ini", "src_path=./", "src_path=."},
-         "error", "vorn_app/update.ini", 9, "FILE1", "src_path", "must end with \"/\"",
-         "src_path=./", 1, 1, failed, ""},
+         "error vorn_app/update.ini:9 [FILE1] src_path", "must end with \"/\"", "src_path=./", 1,
+         failed, ""},
         // What one step installs, a later one takes away.
         {"folder deleted after a copy filled it",
          QStringList{"update.ini", "[EXEFILE]",
                      "[DELFILE]\nDELFILENUM=1\n\n[DELFILE1]\nSRCPATH=/usr/vorn_app/config\n"
                      "MODE=2\nAUTHORITY=1\nPRIORITY=1\n\n[EXEFILE]"},
-         "error", "update.ini", 39, "DELFILE1", "",
+         "error update.ini:39 [DELFILE1]",
          "/usr/vorn_app/config/panel.conf, installed by update.ini [COPYFILE1], is removed by "
          "update.ini [DELFILE1]",
-         "keep update.ini [DELFILE1] away", 1, 1, ok, "removed  /usr/vorn_app/config/panel.conf"},
+         "keep update.ini [DELFILE1] away", 1, ok, "removed  /usr/vorn_app/config/panel.conf"},
         {"system file in the folder the project replaces",
          QStringList{"system/update.ini", "DESTPATH=/usr/vorn_app/etc/time.conf",
                      "DESTPATH=/usr/vorn_app/project/time.conf"},
-         "error", "project/project.ini", 0, "", "",
+         "error project/project.ini",
          "installed by system/update.ini [COPYFILE2], is removed by project/project.ini",
-         "or leave the copy out", 1, 1, ok, "!/usr/vorn_app/project/time.conf"},
+         "or leave the copy out", 1, ok, "!/usr/vorn_app/project/time.conf"},
+        // The debug file's bytes under the library's name.
         {"two libraries with one short name",
-         QStringList{"vorn_app/libvornui.so.1.debug", "", "debug symbols\n"}, "error",
-         "vorn_app/update.ini", 7, "FILE1", "file_name", "both get the short name libvornui.so.1",
-         "ship only one file", 1, 1, ok,
-         // The debug file's bytes under the library's name.
+         QStringList{"vorn_app/libvornui.so.1.debug", "", "debug symbols\n"},
+         "error vorn_app/update.ini:7 [FILE1] file_name", "both get the short name libvornui.so.1",
+         "ship only one file", 1, ok,
+
          "replaced /usr/vorn_app/libvornui.so.1 \\(644 29ff7990cc3ba013"},
         // The runtime cannot start afterwards.
         {"runtime package without the runtime program",
          QStringList{"vorn_app/vorn_app", kRemove, "", "vorn_app/update.ini",
                      "file_num=2\n\n[EXE1]\nfile_name=vorn_app\n\n[EXE2]", "file_num=1\n\n[EXE1]"},
-         "error",
-         "vorn_app/update.ini",
-         6,
-         "FILE1",
-         "",
+         "error vorn_app/update.ini:6 [FILE1]",
          "the runtime program /usr/vorn_app/vorn_app is gone at the end",
-         "install the runtime program",
-         1,
-         1,
-         ok,
-         "removed  /usr/vorn_app/vorn_app",
-         {},
-         {},
-         true},
+         "install the runtime program", 1, ok, "removed  /usr/vorn_app/vorn_app", true},
         {"runtime subfolder no record installs",
-         QStringList{"vorn_app/lib/libplc.so.2", "", "plc library\n"}, "error",
-         "vorn_app/update.ini", 4, "UPDATEINFO", "file_num",
+         QStringList{"vorn_app/lib/libplc.so.2", "", "plc library\n"},
+         "error vorn_app/update.ini:4 [UPDATEINFO] file_num",
          "lib/libplc.so.2 of vorn_app/ is installed by no record",
-         "src_path=./lib/ des_path=/usr/vorn_app/lib/", 1, 1, ok, "!/usr/vorn_app/lib/"},
+         "src_path=./lib/ des_path=/usr/vorn_app/lib/", 1, ok, "!/usr/vorn_app/lib/"},
         {"AUTOSTOP of the runtime's own unit",
          QStringList{"update.ini", "AUTOSTART=kellogger", "AUTOSTART=kellogger\nAUTOSTOP=vorn_app"},
-         "error",
-         "update.ini",
-         44,
-         "RESTART",
-         "AUTOSTOP",
-         "usr_vorn_app.service starts the HMI runtime at boot",
-         "leave the runtime's own unit",
-         1,
-         1,
-         ok,
-         "removed  /etc/systemd/system/usr_vorn_app.service",
-         {},
-         {},
-         true},
+         "error update.ini:44 [RESTART] AUTOSTOP",
+         "usr_vorn_app.service starts the HMI runtime at boot", "leave the runtime's own unit", 1,
+         ok, "removed  /etc/systemd/system/usr_vorn_app.service", true},
         // Texts other programs read, and texts in another encoding.
         {"report markers translated",
          QStringList{"kelpack.ini", "tool_language=0", "tool_language=3\nlanguages=lans",
                      "lans/0003.lan", "",
                      "[2055]\nstring = \"[FAILED]\\n\"\n\n[2059]\nstring = \"[SUCCESS]\"\n"},
-         "error", "lans/0003.lan", 0, "2059", "string",
-         "translates the report marker \"[成功]\" as \"[SUCCESS]\"", "leave [2059] out", 1, 1,
+         "error lans/0003.lan [2059] string",
+         "translates the report marker \"[成功]\" as \"[SUCCESS]\"", "leave [2059] out", 1,
          "[SUCCESS]", ""},
         {"COMMAND that writes a relative path",
-         QStringList{"update.ini", command, "COMMAND=\"echo ran > config/command.out\""}, "warning",
-         "update.ini", 44, "RESTART", "COMMAND",
+         QStringList{"update.ini", command, "COMMAND=\"echo ran > config/command.out\""},
+         "warning update.ini:44 [RESTART] COMMAND",
          "runs in the package folder on the stick (update/), not in /usr/vorn_app",
-         "/usr/vorn_app/config/command.out", 0, 1, ok, "!/usr/vorn_app/config/command.out"},
+         "/usr/vorn_app/config/command.out", 1, ok, "!/usr/vorn_app/config/command.out"},
         {"project manifest in UTF-16", QStringList{"project/project.ini", kEncode, "UTF-16"},
-         "error", "project/project.ini", 0, "", "", "is saved as UTF-16",
-         "iconv -f UTF-16 -t UTF-8", 1, 1, ok, "removed  /usr/vorn_app/project/main.pro"},
+         "error project/project.ini", "is saved as UTF-16", "iconv -f UTF-16 -t UTF-8", 1, ok,
+         "removed  /usr/vorn_app/project/main.pro"},
         {"project file name in Latin-1",
          QStringList{"project/main.pro", kRemove, "", "project/m\u00e4in.pro", "", "[project]\n",
                      "project/project.ini", "NAME=main.pro", "NAME=m\u00e4in.pro",
                      "project/project.ini", kEncode, "Latin-1"},
-         "error", "project/project.ini", 6, "", "", "is not UTF-8 (Latin-1 or Windows-1252?)",
-         "iconv -f LATIN1 -t UTF-8", 1, 1, failed, ""},
+         "error project/project.ini:6", "is not UTF-8 (Latin-1 or Windows-1252?)",
+         "iconv -f LATIN1 -t UTF-8", 1, failed, ""},
     };
-    for (const Mistake& m : mistakes)
-        QTest::newRow(m.name) << m.edits << m.severity << m.file << m.line << m.section << m.key
-                              << m.problem << m.fix << m.status << m.runs << m.report << m.evidence
-                              << m.simOptions << m.environment << m.unhealthy;
+    fixture::table(mistakes);
 }
 
 } // namespace trees

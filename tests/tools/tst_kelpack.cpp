@@ -108,28 +108,25 @@ QMap<QString, QByteArray> filesUnder(const QString& root)
 }
 } // namespace
 
+namespace {
+// A build: shell lines run in the scratch folder first, the folder build runs in, its arguments,
+// exit status and messages, and the files it is expected to replace.
+struct Build
+{
+    const char* name;
+    QString setup, workDir;
+    QStringList args;
+    int status;
+    QStringList messages, gone = {};
+};
+} // namespace
+Q_DECLARE_METATYPE(Build)
+
 void TestKelpack::buildNeverLosesFiles_data()
 {
-    QTest::addColumn<QString>("setup"); // shell lines run in the scratch folder first
-    QTest::addColumn<QString>("workDir");
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<QStringList>("messages");
-    QTest::addColumn<QStringList>("gone"); // files expected to be replaced by the build
-
-    struct Case
-    {
-        const char* name;
-        QString setup;
-        QString workDir;
-        QStringList args;
-        int status;
-        QStringList messages;
-        QStringList gone = {};
-    };
     const QString notes = "mkdir -p out/old && echo notes > out/notes.txt && echo x > out/old/x";
     const QStringList toOut{"tree", "out"};
-    const Case cases[] = {
+    const Build cases[] = {
         {"non-empty folder", notes, ".", toOut, 1,
          QStringList{"out: the folder is not empty", "give --force"}},
         {"the tree itself from inside it", "", "tree", QStringList{".", "."}, 1,
@@ -161,35 +158,29 @@ void TestKelpack::buildNeverLosesFiles_data()
         {"a tree with errors", "sed -i 's/UPPROJECT=true/UPPROJECT=no/' tree/update.ini", ".",
          toOut, 1, QStringList{"update.ini:6: error: [UPDATE] UPPROJECT:", "nothing was written"}},
     };
-    for (const Case& c : cases)
-        QTest::newRow(c.name) << c.setup << c.workDir << c.args << c.status << c.messages << c.gone;
+    fixture::table(cases);
 }
 
 void TestKelpack::buildNeverLosesFiles()
 {
-    QFETCH(QString, setup);
-    QFETCH(QString, workDir);
-    QFETCH(QStringList, args);
-    QFETCH(int, status);
-    QFETCH(QStringList, messages);
-    QFETCH(QStringList, gone);
+    QFETCH(Build, c);
     const QString scratch = dir + "/safe";
     QDir(scratch).removeRecursively();
     QDir().mkpath(scratch);
     QVERIFY(fixture::copySampleTree(scratch + "/tree"));
-    if (!setup.isEmpty())
-        QCOMPARE(QProcess::execute("sh", {"-c", "cd " + scratch + " && " + setup}), 0);
+    if (!c.setup.isEmpty())
+        QCOMPARE(QProcess::execute("sh", {"-c", "cd " + scratch + " && " + c.setup}), 0);
     const QMap<QString, QByteArray> before = filesUnder(scratch);
 
     QByteArray err;
-    QCOMPARE(kelpack(QStringList{"build"} + args + QStringList{"--program", KEL_PROGRAM_PATH},
-                     nullptr, &err, scratch + "/" + workDir),
-             status);
-    for (const QString& message : messages)
+    QCOMPARE(kelpack(QStringList{"build"} + c.args + QStringList{"--program", KEL_PROGRAM_PATH},
+                     nullptr, &err, scratch + "/" + c.workDir),
+             c.status);
+    for (const QString& message : c.messages)
         QVERIFY2(err.contains(QString(message).replace("%1", scratch).toUtf8()), err.constData());
     const QMap<QString, QByteArray> after = filesUnder(scratch);
     for (auto file = before.begin(); file != before.end(); ++file) {
-        if (!gone.contains(file.key()))
+        if (!c.gone.contains(file.key()))
             QVERIFY2(after.value(file.key()) == file.value(), qPrintable(file.key()));
         else
             QVERIFY2(!after.contains(file.key()), qPrintable(file.key()));
@@ -197,7 +188,7 @@ void TestKelpack::buildNeverLosesFiles()
     // No staging folder is left behind, and a refused build writes nothing at all.
     for (const QString& path : after.keys())
         QVERIFY2(!path.contains(".kelpack"), qPrintable(path));
-    if (status != 0)
+    if (c.status != 0)
         QCOMPARE(after.size(), before.size());
     else
         QVERIFY(!fixture::readFile(scratch + "/out/update/update.ini").isEmpty());
@@ -224,18 +215,24 @@ void TestKelpack::buildWritesWhatReadsBack()
     QCOMPARE(kelpack({"verify", package}), 0);
 }
 
+namespace {
+// A finding of verify --json as "SEVERITY FILE[:LINE] [SECTION] KEY".
+QString findingOf(const QJsonObject& f, bool withLine = true)
+{
+    QString text = f.value("severity").toString() + " " + f.value("file").toString();
+    if (withLine && !f.value("line").isNull())
+        text += ":" + QString::number(f.value("line").toInt(-1));
+    if (!f.value("section").toString().isEmpty())
+        text += " [" + f.value("section").toString() + "]";
+    return text + (f.value("key").toString().isEmpty() ? "" : " " + f.value("key").toString());
+}
+} // namespace
+
 void TestKelpack::verifyPredicts()
 {
-    QFETCH(QStringList, edits);
-    QFETCH(QString, severity);
-    QFETCH(QString, file);
-    QFETCH(int, line);
-    QFETCH(QString, section);
-    QFETCH(QString, key);
-    QFETCH(QString, problem);
-    QFETCH(QString, fix);
-    QFETCH(int, status);
-    const QString source = trees::tree(dir, edits);
+    QFETCH(trees::Mistake, c);
+    const int status = c.finding.startsWith("error") ? 1 : 0;
+    const QString source = trees::tree(dir, c.edits);
     QByteArray text;
     QCOMPARE(kelpack({"verify", source}, &text), status);
     QByteArray out;
@@ -249,22 +246,15 @@ void TestKelpack::verifyPredicts()
     QCOMPARE(findings.size(), lines.size());
     for (int i = 0; i < findings.size(); ++i)
         QCOMPARE(findings[i].toObject().value("text").toString(), lines[i]);
-    if (severity.isEmpty()) {
-        QVERIFY2(findings.isEmpty(), text.constData());
-    } else {
-        bool found = false;
-        for (const QJsonValue& value : findings) {
-            const QJsonObject f = value.toObject();
-            found =
-                found ||
-                (f.value("severity").toString() == severity && f.value("file").toString() == file &&
-                 (line > 0 ? f.value("line").toInt() == line : f.value("line").isNull()) &&
-                 f.value("section").toString() == section && f.value("key").toString() == key &&
-                 f.value("text").toString().contains(problem) &&
-                 f.value("fix").toString().contains(fix));
-        }
-        QVERIFY2(found, text.constData());
+    QVERIFY2(c.finding.isEmpty() == findings.isEmpty(), text.constData());
+    bool found = c.finding.isEmpty();
+    for (const QJsonValue& value : findings) {
+        const QJsonObject f = value.toObject();
+        found =
+            found || (findingOf(f) == c.finding && f.value("text").toString().contains(c.problem) &&
+                      f.value("fix").toString().contains(c.fix));
     }
+    QVERIFY2(found, text.constData());
     // build runs the same checks: errors refuse the stick, warnings let it through.
     QByteArray err;
     QCOMPARE(kelpack({"build", source, dir + "/out", "--program", KEL_PROGRAM_PATH}, nullptr, &err),
@@ -279,12 +269,8 @@ void TestKelpack::verifyPredicts()
         const auto where = [](const QJsonArray& list) {
             QStringList places;
             for (const QJsonValue& value : list) {
-                const QJsonObject f = value.toObject();
-                if (f.value("file").toString().startsWith("kelgate."))
-                    continue;
-                places << QStringList{f.value("severity").toString(), f.value("file").toString(),
-                                      f.value("section").toString(), f.value("key").toString()}
-                              .join(' ');
+                if (!value.toObject().value("file").toString().startsWith("kelgate."))
+                    places << findingOf(value.toObject(), false);
             }
             return places;
         };
@@ -335,11 +321,11 @@ void TestKelpack::fatalErrorsAreNamed()
     QFETCH(QStringList, edits);
     QFETCH(QString, error);
     const QString source = trees::tree(dir);
-    if (!edits.isEmpty())
+    if (!edits.isEmpty()) {
         QCOMPARE(kelpack({"scramble", source + "/" + edits[0], dir + "/scrambled.ini"}), 0);
-    if (!edits.isEmpty())
         QVERIFY(QFile::remove(source + "/" + edits[0]) &&
                 QFile::rename(dir + "/scrambled.ini", source + "/" + edits[0]));
+    }
     args.replaceInStrings("TREE", source);
     QByteArray out, err;
     QCOMPARE(kelpack(args, &out, &err), 1);
@@ -475,9 +461,7 @@ void TestKelpack::progressOnlyOnATerminal()
 void TestKelpack::defaultPanelIsTheSimulators()
 {
     const QString panel = dir + "/seeded";
-    QDir(panel).removeRecursively();
-    QCOMPARE(
-        fixture::run("/bin/sh", {QStringLiteral(KEL_SOURCE_DIR) + "/sim/seed-panel.sh", panel}), 0);
+    QVERIFY(fixture::seedPanel(panel));
     QStringList seeded;
     QDirIterator it(panel, QDir::Files | QDir::System | QDir::Hidden, QDirIterator::Subdirectories);
     while (it.hasNext())

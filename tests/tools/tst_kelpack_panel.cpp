@@ -45,8 +45,7 @@ private:
 void TestKelpackPanel::initTestCase()
 {
     SANDBOX_REQUIRED();
-    if (QStandardPaths::findExecutable("Xvfb").isEmpty())
-        QSKIP("Xvfb is not installed (scripts/install-deps.sh installs it)");
+    TOOLS_REQUIRED("Xvfb");
     dir = sandbox::makeScratchDir("kelpack-panel");
     MultilingualManager::GetInstance()->loadMultilingualFile(QString(), kel::kDefaultLanguageFile);
 }
@@ -77,35 +76,26 @@ int TestKelpackPanel::simulate(const QString& stick, int runs, QString* out,
 
 void TestKelpackPanel::panelConfirms()
 {
-    QFETCH(QStringList, edits);
-    QFETCH(int, runs);
-    QFETCH(QString, report);
-    QFETCH(QString, evidence);
-    QFETCH(QStringList, simOptions);
-    QFETCH(QStringList, environment);
-    QFETCH(bool, unhealthy);
-    QCOMPARE(kelpack({"build", trees::tree(dir, edits), dir + "/out", "--program", KEL_PROGRAM_PATH,
-                      "--despite-errors"}),
+    QFETCH(trees::Mistake, c);
+    QCOMPARE(kelpack({"build", trees::tree(dir, c.edits), dir + "/out", "--program",
+                      KEL_PROGRAM_PATH, "--despite-errors"}),
              0);
     QString out;
-    const int status = simulate(dir + "/out", runs, &out, simOptions, environment);
-    QCOMPARE(fixture::section(out, "report").trimmed(), report);
-    QCOMPARE(status, report == QString::fromUtf8("[成功]") ? (unhealthy ? 4 : 0) : 1);
-    if (evidence.startsWith('!'))
-        QVERIFY2(!out.contains(QRegularExpression(evidence.mid(1))), qPrintable(out));
-    else
-        QVERIFY2(out.contains(QRegularExpression(evidence)), qPrintable(out));
+    const int status = simulate(dir + "/out", c.runs, &out, c.simOptions, c.environment);
+    QCOMPARE(fixture::section(out, "report").trimmed(), c.report);
+    QCOMPARE(status, c.report == QString::fromUtf8("[成功]") ? (c.unhealthy ? 4 : 0) : 1);
+    const bool lacks = c.evidence.startsWith('!');
+    QVERIFY2(out.contains(QRegularExpression(c.evidence.mid(lacks ? 1 : 0))) != lacks,
+             qPrintable(out));
     // A whole run does to the panel's files exactly what the plan says.
-    if (runs == 1 && status == 0)
+    if (c.runs == 1 && status == 0)
         comparePlan(dir + "/out/update", out);
 }
 
 void TestKelpackPanel::comparePlan(const QString& package, const QString& simulated)
 {
     const QString panel = dir + "/seeded";
-    QDir(panel).removeRecursively();
-    QCOMPARE(
-        fixture::run("/bin/sh", {QStringLiteral(KEL_SOURCE_DIR) + "/sim/seed-panel.sh", panel}), 0);
+    QVERIFY(fixture::seedPanel(panel));
     QByteArray json;
     QCOMPARE(kelpack({"plan", package, "--panel", panel, "--json"}, &json), 0);
     QCOMPARE(trees::plannedChanges(json), trees::simulatedChanges(simulated));

@@ -32,8 +32,6 @@ private slots:
     void pageReadsInABrowser();
 
 private:
-    // Runs chromium headless on page with options; its error output lands in log.
-    int browser(const QString& page, const QStringList& options, QByteArray* log = nullptr);
     QString dir;
 };
 
@@ -120,96 +118,84 @@ void TestVerifyReportPage::initTestCase()
     dir = sandbox::makeScratchDir("verify-report");
 }
 
-int TestVerifyReportPage::browser(const QString& page, const QStringList& options, QByteArray* log)
+namespace {
+// A page: the tree's edits; whether the stick built from it despite errors is verified instead;
+// verify's options (PANEL: the simulator's default panel as a listing) and exit status; the
+// outcome and panel at the top, the findings as Shown::finding in the page's order, and how
+// hostile texts must show in the page.
+struct Page
 {
-    // Its profile, cache and crash reports stay in the scratch folder, not in this machine's home.
-    QProcess process;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"})
-        environment.insert(variable, dir + "/browser");
-    process.setProcessEnvironment(environment);
-    process.start("chromium", QStringList{"--headless=new", "--no-sandbox", "--disable-gpu",
-                                          "--enable-logging=stderr", "--v=0",
-                                          "--user-data-dir=" + dir + "/browser"} +
-                                  options + QStringList{QUrl::fromLocalFile(page).toString()});
-    const bool ended = process.waitForFinished(60000);
-    if (!ended)
-        process.kill();
-    if (log)
-        *log = process.readAllStandardError();
-    return ended && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-}
+    const char* name;
+    QStringList edits;
+    bool stick;
+    QStringList options;
+    int status;
+    QString outcome, panel;
+    QStringList findings, escaped = {};
+};
+} // namespace
+Q_DECLARE_METATYPE(Page)
 
 void TestVerifyReportPage::pageShowsFindings_data()
 {
-    QTest::addColumn<QStringList>("edits");
-    QTest::addColumn<bool>("stick");          // verify the stick built despite errors, not the tree
-    QTest::addColumn<QStringList>("options"); // PANEL: the simulator's default panel as a listing
-    QTest::addColumn<int>("status");
-    QTest::addColumn<QString>("outcome");
-    QTest::addColumn<QString>("panel");
-    QTest::addColumn<QStringList>("findings"); // as Shown::finding, in the page's order
-    QTest::addColumn<QStringList>("escaped");  // how hostile texts must show in the page
-
     const QString listing = QStringLiteral(KEL_SOURCE_DIR) + "/tools/kelpack/default-panel.txt";
-    QTest::newRow("correct tree")
-        << QStringList() << false << QStringList() << 0
-        << "No errors, no warnings: the panel meets nothing that fails or surprises"
-        << "default: the simulator's, which decides nothing the package leaves to the panel"
-        << QStringList() << QStringList();
-    QTest::newRow("mistakes in two files")
-        << kTwoFiles << false << QStringList() << 1
-        << "5 errors, 1 warning: the update fails or harms every panel"
-        << "default: the simulator's, which decides nothing the package leaves to the panel"
-        << QStringList{"update.ini:6 error [UPDATE] UPPROJECT",
-                       "update.ini:22 error [COPYFILE1] CRC32",
-                       "update.ini:27 error [COPYFILE2] SRCPATH",
-                       "update.ini:28 error [COPYFILE2] SRCPAHT",
-                       "update.ini:43 warning [RESTART] AUTOSTART",
-                       "project/project.ini:8 error [FILE1] SIZE"}
-        << QStringList();
-    // The stick's manifests are scrambled: the lines shown are those of its unscrambled copy.
-    QTest::newRow("stick of that tree on a listed panel, with JSON")
-        << kTwoFiles << true << QStringList{"--json", "--panel", "PANEL"} << 1
-        << "7 errors, 1 warning: the update fails or harms every panel" << listing
-        << QStringList{"update.ini:7 error [COPYFILE1] CRC32",
-                       "update.ini:14 error [COPYFILE2] SRCPATH",
-                       "update.ini:20 error [COPYFILE2] SIZE",
-                       "update.ini:21 error [COPYFILE2] SRCPAHT",
-                       "update.ini:36 error [RESTART] AUTOSTART",
-                       "update.ini:43 error [UPDATE] UPPROJECT",
-                       "project/project.ini:11 error [FILE1] SIZE",
-                       "kelgate.manifest warning"}
-        << QStringList();
-    QTest::newRow("markup and a byte that is not UTF-8 in a value")
-        << QStringList{"update.ini",
-                       "STOPPROC=kelsample_view",
-                       QString::fromUtf8("STOPPROC=<b>x</b>\u00ff"),
-                       "update.ini",
-                       trees::kEncode,
-                       "Latin-1"}
-        << false << QStringList() << 1
-        << "2 errors, 0 warnings: the update fails or harms every panel"
-        << "default: the simulator's, which decides nothing the package leaves to the panel"
-        << QStringList{"update.ini:13 error", "update.ini:13 error [PREPARE1] STOPPROC"}
-        << QStringList{
-               QString::fromUtf8("STOPPROC=&lt;b&gt;x&lt;/b&gt;<span class=\"raw\">\uFFFD</span>"),
-               QString::fromUtf8(
-                   "&quot;&lt;b&gt;x&lt;/b&gt;<span class=\"raw\">\uFFFD</span>&quot;")};
+    const QString simulators =
+        "default: the simulator's, which decides nothing the package leaves to the panel";
+    const QString errors = " the update fails or harms every panel";
+    const Page pages[] = {
+        {"correct tree",
+         {},
+         false,
+         {},
+         0,
+         "No errors, no warnings: the panel meets nothing that fails or surprises",
+         simulators,
+         {}},
+        {"mistakes in two files",
+         kTwoFiles,
+         false,
+         {},
+         1,
+         "5 errors, 1 warning:" + errors,
+         simulators,
+         QStringList{
+             "update.ini:6 error [UPDATE] UPPROJECT", "update.ini:22 error [COPYFILE1] CRC32",
+             "update.ini:27 error [COPYFILE2] SRCPATH", "update.ini:28 error [COPYFILE2] SRCPAHT",
+             "update.ini:43 warning [RESTART] AUTOSTART",
+             "project/project.ini:8 error [FILE1] SIZE"}},
+        // The stick's manifests are scrambled: the lines shown are those of its unscrambled copy.
+        {"stick of that tree on a listed panel, with JSON", kTwoFiles, true,
+         QStringList{"--json", "--panel", "PANEL"}, 1, "7 errors, 1 warning:" + errors, listing,
+         QStringList{
+             "update.ini:7 error [COPYFILE1] CRC32", "update.ini:14 error [COPYFILE2] SRCPATH",
+             "update.ini:20 error [COPYFILE2] SIZE", "update.ini:21 error [COPYFILE2] SRCPAHT",
+             "update.ini:36 error [RESTART] AUTOSTART", "update.ini:43 error [UPDATE] UPPROJECT",
+             "project/project.ini:11 error [FILE1] SIZE", "kelgate.manifest warning"}},
+        {"markup and a byte that is not UTF-8 in a value",
+         QStringList{"update.ini", "STOPPROC=kelsample_view",
+                     QString::fromUtf8("STOPPROC=<b>x</b>\u00ff"), "update.ini", trees::kEncode,
+                     "Latin-1"},
+         false,
+         {},
+         1,
+         "2 errors, 0 warnings:" + errors,
+         simulators,
+         QStringList{"update.ini:13 error", "update.ini:13 error [PREPARE1] STOPPROC"},
+         QStringList{
+             QString::fromUtf8("STOPPROC=&lt;b&gt;x&lt;/b&gt;<span class=\"raw\">\uFFFD</span>"),
+             QString::fromUtf8(
+                 "&quot;&lt;b&gt;x&lt;/b&gt;<span class=\"raw\">\uFFFD</span>&quot;")}},
+    };
+    fixture::table(pages);
 }
 
 void TestVerifyReportPage::pageShowsFindings()
 {
-    QFETCH(QStringList, edits);
-    QFETCH(bool, stick);
-    QFETCH(QStringList, options);
-    QFETCH(int, status);
-    QFETCH(QString, outcome);
-    QFETCH(QString, panel);
-    QFETCH(QStringList, findings);
-    QFETCH(QStringList, escaped);
-
-    QString target = trees::tree(dir, edits);
+    QFETCH(Page, c);
+    const bool stick = c.stick;
+    QStringList options = c.options;
+    const QString panel = c.panel;
+    QString target = trees::tree(dir, c.edits);
     if (stick) {
         QCOMPARE(kelpack({"build", target, dir + "/out", "--program", KEL_PROGRAM_PATH,
                           "--despite-errors"}),
@@ -221,9 +207,9 @@ void TestVerifyReportPage::pageShowsFindings()
     QFile::remove(page);
     // The page comes besides: what verify prints stays as it was.
     QByteArray plain, out;
-    QCOMPARE(kelpack(QStringList{"verify", target} + options, &plain), status);
+    QCOMPARE(kelpack(QStringList{"verify", target} + options, &plain), c.status);
     QCOMPARE(kelpack(QStringList{"verify", target} + options + QStringList{"--report", page}, &out),
-             status);
+             c.status);
     QCOMPARE(out, plain);
     QVERIFY(!plain.isEmpty());
     // Nothing but the page is left beside it.
@@ -239,13 +225,13 @@ void TestVerifyReportPage::pageShowsFindings()
     QCOMPARE(QString::fromUtf8(html).toUtf8(), html);
     QVERIFY(!html.contains("<b>"));
     const QString text = QString::fromUtf8(html);
-    for (const QString& shown : escaped)
+    for (const QString& shown : c.escaped)
         QVERIFY2(text.contains(shown), qPrintable(shown));
 
     // The outcome, the package, the panel and the plan's end state at the top.
     QVERIFY2(text.contains(QRegularExpression("<p class=\"meaning \\w+\">" +
-                                              QRegularExpression::escape(outcome) + "</p>")),
-             qPrintable(outcome));
+                                              QRegularExpression::escape(c.outcome) + "</p>")),
+             qPrintable(c.outcome));
     QVERIFY(text.contains("<dt>Package</dt><dd>" + QDir(target).absolutePath() + "</dd>"));
     QVERIFY2(text.contains("<dt>Panel</dt><dd>" + panel + "</dd>"), qPrintable(panel));
     QByteArray plan;
@@ -265,8 +251,8 @@ void TestVerifyReportPage::pageShowsFindings()
     QStringList order;
     for (const Shown& s : shown)
         order << s.finding;
-    QCOMPARE(order, findings);
-    QVERIFY(findings.isEmpty() || text.indexOf("<section class=\"file\"") > top);
+    QCOMPARE(order, c.findings);
+    QVERIFY(c.findings.isEmpty() || text.indexOf("<section class=\"file\"") > top);
 
     // Each finding with the lines around its own from the manifest itself (the stick's
     // unscrambled), its own marked.
@@ -342,10 +328,7 @@ void TestVerifyReportPage::existingFileIsRefused()
 
 void TestVerifyReportPage::pageReadsInABrowser()
 {
-    for (const char* tool : {"chromium", "pdftotext", "pdfinfo"})
-        if (QStandardPaths::findExecutable(tool).isEmpty())
-            QSKIP(qPrintable(
-                QString("%1 is not installed (scripts/install-deps.sh installs it)").arg(tool)));
+    TOOLS_REQUIRED("chromium", "pdftotext", "pdfinfo");
     const QString source = trees::tree(dir, kTwoFiles);
     const QString page = dir + "/browser.html";
     QFile::remove(page);
@@ -355,7 +338,9 @@ void TestVerifyReportPage::pageReadsInABrowser()
     // its line among its neighbours, on the first page.
     const QString pdf = dir + "/browser.pdf";
     QByteArray log;
-    QCOMPARE(browser(page, {"--no-pdf-header-footer", "--print-to-pdf=" + pdf}, &log), 0);
+    QCOMPARE(fixture::browser(page, {"--no-pdf-header-footer", "--print-to-pdf=" + pdf},
+                              dir + "/browser", &log),
+             0);
     for (const QByteArray& line : log.split('\n'))
         QVERIFY2(!line.contains(":CONSOLE"), line.constData());
     QByteArray info;
@@ -381,8 +366,10 @@ void TestVerifyReportPage::pageReadsInABrowser()
 
     // On screen: the errors' red marks and the finding's line highlighted.
     const QString shot = dir + "/browser.png";
-    QCOMPARE(
-        browser(page, {"--hide-scrollbars", "--window-size=1000,1800", "--screenshot=" + shot}), 0);
+    QCOMPARE(fixture::browser(
+                 page, {"--hide-scrollbars", "--window-size=1000,1800", "--screenshot=" + shot},
+                 dir + "/browser"),
+             0);
     const QImage screen(shot);
     QCOMPARE(screen.size(), QSize(1000, 1800));
     int red = 0, highlighted = 0;
