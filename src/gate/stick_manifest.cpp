@@ -178,104 +178,138 @@ QString StickManifest::pathProblem(const QString& path, const QString& folder)
     return QString();
 }
 
-bool StickManifest::parse(const QByteArray& text, int* errorLine, QString* error)
+namespace {
+
+// The reader's place in the text and its first failure, with the line it happened on.
+struct ManifestReader
 {
-    *this = StickManifest();
-    StickManifest read;
-    LineReader lines(text);
+    LineReader lines;
+    int* errorLine;
+    QString* error;
     QByteArray line;
     QString why;
-    auto failAt = [&](int number, const QString& reason) {
+
+    bool failAt(int number, const QString& reason)
+    {
         *errorLine = number;
         *error = reason;
         return false;
-    };
-    auto fail = [&](const QString& reason) { return failAt(lines.line(), reason); };
-    auto field = [&](const char* key, QString* value) {
-        if (!lines.next(&line, &why))
-            return fail(why);
+    }
+    bool fail(const QString& reason) { return failAt(lines.line(), reason); }
+    bool next() { return lines.next(&line, &why) || fail(why); }
+    // The next line, "KEY VALUE".
+    bool field(const char* key, QString* value)
+    {
+        if (!next())
+            return false;
         const QByteArray prefix = QByteArray(key) + ' ';
         if (!line.startsWith(prefix) || line.size() == prefix.size())
             return fail(QString("expected \"%1 VALUE\"").arg(key));
         *value = QString::fromUtf8(line.mid(prefix.size()));
         return true;
-    };
-
-    if (text.size() > kMaxBytes)
-        return failAt(0, QString("the manifest is larger than %1 bytes").arg(kMaxBytes));
-    if (!lines.next(&line, &why))
-        return fail(why);
-    if (line != kMagic)
-        return fail(QString("not a stick manifest: the first line must be \"%1\"").arg(kMagic));
-    if (!field("folder", &read.folder))
-        return false;
-    if (!isFolderName(read.folder))
-        return fail("the package folder must be one plain folder name, not one of " +
-                    sideFolders().join(", "));
-    if (!field("version", &read.version))
-        return false;
-    if (!isVersion(read.version))
-        return fail("the version must be one to four dot-separated numbers, such as 1.2.0");
-    QString models;
-    if (!field("models", &models))
-        return false;
-    read.models = models.split(',');
-    if (read.models.size() > kMaxModels)
-        return fail(QString("more than %1 models").arg(kMaxModels));
-    for (int i = 0; i < read.models.size(); ++i) {
-        if (!isModel(read.models[i]) || (i > 0 && !(read.models[i - 1] < read.models[i])))
-            return fail("the models must be names of letters, digits, \".\", \"_\", \"+\" and "
-                        "\"-\", separated by \",\", sorted and without duplicates");
     }
-    if (!field("replaces", &read.replaces))
+};
+
+// The lines from the magic to the file count.
+bool readHeader(ManifestReader& in, StickManifest* read, int* total)
+{
+    if (!in.next())
         return false;
-    if (!isVersion(read.replaces))
-        return fail("the lowest version it replaces must be one to four dot-separated numbers");
-    if (!field("built", &read.built))
+    if (in.line != kMagic)
+        return in.fail(QString("not a stick manifest: the first line must be \"%1\"").arg(kMagic));
+    if (!in.field("folder", &read->folder))
         return false;
-    if (!isBuiltTime(read.built))
-        return fail("the build time must be UTC in the form 2026-11-23T20:08:00Z");
+    if (!isFolderName(read->folder))
+        return in.fail("the package folder must be one plain folder name, not one of " +
+                       StickManifest::sideFolders().join(", "));
+    if (!in.field("version", &read->version))
+        return false;
+    if (!StickManifest::isVersion(read->version))
+        return in.fail("the version must be one to four dot-separated numbers, such as 1.2.0");
+    QString models;
+    if (!in.field("models", &models))
+        return false;
+    read->models = models.split(',');
+    if (read->models.size() > kMaxModels)
+        return in.fail(QString("more than %1 models").arg(kMaxModels));
+    for (int i = 0; i < read->models.size(); ++i) {
+        if (!StickManifest::isModel(read->models[i]) ||
+            (i > 0 && !(read->models[i - 1] < read->models[i])))
+            return in.fail("the models must be names of letters, digits, \".\", \"_\", \"+\" "
+                           "and \"-\", separated by \",\", sorted and without duplicates");
+    }
+    if (!in.field("replaces", &read->replaces))
+        return false;
+    if (!StickManifest::isVersion(read->replaces))
+        return in.fail("the lowest version it replaces must be one to four dot-separated numbers");
+    if (!in.field("built", &read->built))
+        return false;
+    if (!isBuiltTime(read->built))
+        return in.fail("the build time must be UTC in the form 2026-11-23T20:08:00Z");
     QString count;
-    if (!field("files", &count))
+    if (!in.field("files", &count))
         return false;
     if (!isDecimal(count.toLatin1(), 6) || count.toInt() < 1 ||
         count.toInt() > kel::kMaxManifestCount)
-        return fail(
+        return in.fail(
             QString("the file count must be a number from 1 to %1").arg(kel::kMaxManifestCount));
+    *total = count.toInt();
+    return true;
+}
 
-    const int total = count.toInt();
-    read.files.reserve(total);
+// The file lines, sorted and each once, the program among them, then the end marker.
+bool readFiles(ManifestReader& in, StickManifest* read, int total)
+{
+    read->files.reserve(total);
     QByteArray previous;
     bool listsProgram = false;
-    const QString program = read.folder + "/" + kel::kProgramName;
+    const QString program = read->folder + "/" + kel::kProgramName;
     for (int i = 0; i < total; ++i) {
-        if (!lines.next(&line, &why))
-            return fail(why);
-        if (line == kEndMarker)
-            return fail(QString("the end marker comes after %1 of %2 files: the manifest was "
-                                "cut short")
-                            .arg(i)
-                            .arg(total));
-        File file;
-        if (!parseFileLine(line, read.folder, &file, &why))
-            return fail(why);
+        if (!in.next())
+            return false;
+        if (in.line == kEndMarker)
+            return in.fail(QString("the end marker comes after %1 of %2 files: the manifest was "
+                                   "cut short")
+                               .arg(i)
+                               .arg(total));
+        StickManifest::File file;
+        if (!parseFileLine(in.line, read->folder, &file, &in.why))
+            return in.fail(in.why);
         const QByteArray key = sortKey(file);
         if (i > 0 && !(previous < key))
-            return fail("the paths must be sorted and listed once each");
+            return in.fail("the paths must be sorted and listed once each");
         previous = key;
         listsProgram = listsProgram || file.path == program;
-        read.files.append(file);
+        read->files.append(file);
     }
-    if (!lines.next(&line, &why))
-        return fail(why);
-    if (line != kEndMarker)
-        return fail(QString("expected the end marker \"%1\": the count says %2 files")
-                        .arg(kEndMarker)
-                        .arg(total));
-    if (!lines.atEnd())
-        return failAt(lines.line() + 1, "text follows the end marker");
+    if (!in.next())
+        return false;
+    if (in.line != kEndMarker)
+        return in.fail(QString("expected the end marker \"%1\": the count says %2 files")
+                           .arg(kEndMarker)
+                           .arg(total));
+    if (!in.lines.atEnd())
+        return in.failAt(in.lines.line() + 1, "text follows the end marker");
     if (!listsProgram)
-        return failAt(0, "the manifest does not list the program " + program);
+        return in.failAt(0, "the manifest does not list the program " + program);
+    return true;
+}
+
+} // namespace
+
+bool StickManifest::parse(const QByteArray& text, int* errorLine, QString* error)
+{
+    *this = StickManifest();
+    if (text.size() > kMaxBytes) {
+        *errorLine = 0;
+        *error = QString("the manifest is larger than %1 bytes").arg(kMaxBytes);
+        return false;
+    }
+    ManifestReader in{LineReader(text), errorLine, error, QByteArray(), QString()};
+    StickManifest read;
+    int total = 0;
+    if (!readHeader(in, &read, &total) || !readFiles(in, &read, total))
+        return false;
     *this = read;
     return true;
 }
