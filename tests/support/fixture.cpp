@@ -147,6 +147,25 @@ int browser(const QString& page, const QStringList& options, const QString& prof
     return ended && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
 
+bool printFirstPage(const QString& page, const QString& pdf, const QString& profileDir,
+                    QString* text, QString* problem)
+{
+    QByteArray log, info, first;
+    if (browser(page, {"--no-pdf-header-footer", "--print-to-pdf=" + pdf}, profileDir, &log) != 0)
+        *problem = "chromium failed: " + QString::fromUtf8(log);
+    for (const QByteArray& line : log.split('\n')) {
+        if (line.contains(":CONSOLE"))
+            *problem = "the browser's console: " + QString::fromUtf8(line);
+    }
+    if (problem->isEmpty() && (run("pdfinfo", {pdf}, &info) != 0 || !info.contains("(A4)")))
+        *problem = "not printed on A4: " + QString::fromUtf8(info);
+    if (problem->isEmpty() &&
+        run("pdftotext", {"-f", "1", "-l", "1", "-layout", pdf, "-"}, &first) != 0)
+        *problem = "pdftotext failed";
+    *text = QString::fromUtf8(first).simplified();
+    return problem->isEmpty();
+}
+
 QString section(const QString& report, const QString& name)
 {
     const int start = report.indexOf("== " + name + "\n");

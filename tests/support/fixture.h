@@ -49,6 +49,11 @@ bool editScrambled(const QString& path, const QByteArray& from, const QByteArray
 // when it crashed or hung, and its error output in log.
 int browser(const QString& page, const QStringList& options, const QString& profileDir,
             QByteArray* log = nullptr);
+// Prints page to pdf on paper by chromium (its profile in profileDir) and gives the text of the
+// first printed page, simplified; false, with the reason in problem, when the browser failed,
+// wrote to its console or chose another paper than A4.
+bool printFirstPage(const QString& page, const QString& pdf, const QString& profileDir,
+                    QString* text, QString* problem);
 // The section NAME of a simulator report: the lines after "== NAME" up to the next section.
 QString section(const QString& report, const QString& name);
 
