@@ -75,6 +75,10 @@ void TestRecordRules::judge_data()
         << int(RecordRules::Delete) << "SRCPATH=usr/a|mode=0"
         << "error SRCPATH: usr/a is relative: the program deletes it inside the package folder"
         << false;
+    QTest::newRow("delete of nothing") << int(RecordRules::Delete) << "mode=0"
+                                       << "error SRCPATH: is missing or empty" << false;
+    QTest::newRow("grant of nothing") << int(RecordRules::Grant) << ""
+                                      << "error SRCPATH: is missing or empty" << false;
     QTest::newRow("grant of a name with a blank")
         << int(RecordRules::Grant) << "SRCPATH=/usr/my tool"
         << "error SRCPATH: /usr/my tool reaches the shell unquoted" << false;
@@ -110,6 +114,13 @@ void TestRecordRules::judge_data()
     QTest::newRow("runtime grant that splits")
         << int(RecordRules::RuntimeGrant) << "file_name=a b"
         << "error file_name: \"a b\" reaches the shell unquoted" << false;
+    QTest::newRow("project record without a name")
+        << int(RecordRules::ProjectFile) << "resolved=/usr/p|CRC=auto"
+        << "error NAME: is missing or empty" << false;
+    QTest::newRow("project file in a folder nothing makes")
+        << int(RecordRules::ProjectPlace)
+        << "NAME=s/a.scr|DESPATH=/p|folderMissing=/p/s|baseName=a.scr|subfolder=s"
+        << "error NAME: names a file in a folder" << true;
     QTest::newRow("project file missing")
         << int(RecordRules::ProjectFile) << "NAME=x.scr|resolved=/usr/p|CRC=auto"
         << "error NAME: x.scr is not a file of project/" << false;
