@@ -79,7 +79,28 @@ static void record(const char* data, long long size)
     pending[0] = 0;
 }
 
-// QIODevice::write(const char*, qint64)
+// QIODevice::write(const QByteArray&), out of line since Qt 6: the log's lines arrive here, and
+// Qt's own call on to the overload below stays inside the library. A QByteArray of Qt 6 holds its
+// data pointer and size after a header pointer.
+struct QtByteArray
+{
+    void* header;
+    const char* data;
+    long long size;
+};
+
+long long _ZN9QIODevice5writeERK10QByteArray(void* device, const struct QtByteArray* bytes)
+{
+    static long long (*real)(void*, const struct QtByteArray*);
+    if (!real)
+        real = (long long (*)(void*, const struct QtByteArray*))dlsym(
+            RTLD_NEXT, "_ZN9QIODevice5writeERK10QByteArray");
+    record(bytes->data, bytes->size);
+    return real(device, bytes);
+}
+
+// QIODevice::write(const char*, qint64): the log's lines with Qt 5, whose QByteArray overload is
+// inline.
 long long _ZN9QIODevice5writeEPKcx(void* device, const char* data, long long size)
 {
     static long long (*real)(void*, const char*, long long);
