@@ -29,6 +29,10 @@ echo "machine: $(nproc) cores; work directory $work ($(df -T "$work" | awk 'NR =
 ms() { echo $(($(date +%s%N) / 1000000)); }
 floors=0
 median() { tr ' ' '\n' | grep . | sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
+build_stick() { # tree stick: kelpack's warnings (these packages are unsigned) only when it fails
+    "$kelpack" build "$1" "$2" --program "$program" >"$work/kelpack.log" 2>&1 ||
+        { cat "$work/kelpack.log"; exit 1; }
+}
 header() { # an update.ini that applies nothing but what follows
     printf '[UPDATE]\nUPSYSTEM=%s\nUPVORN_APP=%s\nUPPROJECT=%s\n' "$1" "$2" "$3"
 }
@@ -121,7 +125,7 @@ tree="$work/tree-empty"
 mkdir -p "$tree"
 printf '[stick]\nfolder=update\n' > "$tree/kelpack.ini"
 header false false false > "$tree/update.ini"
-"$kelpack" build "$tree" "$work/stick-empty" --program "$program" >/dev/null
+build_stick "$tree" "$work/stick-empty"
 measure empty "$work/stick-empty"
 fixed_ms=$program_ms fixed_cpu_ms=$cpu_ms
 echo "nothing to do: program $fixed_ms ms (user $user_ms + kernel $kernel_ms ms)," \
@@ -135,7 +139,7 @@ blob "$tree/files/big.bin" $((512 * 1024 * 1024))
 printf '[stick]\nfolder=update\n' > "$tree/kelpack.ini"
 { header false false false
   printf '[COPYFILE]\nCOPYFILENUM=1\n[COPYFILE1]\nSRCPATH=./files/big.bin\nDESTPATH=/usr/vorn_app/data/big.bin\nSIZE=auto\nCRC32=auto\nMODE=0\n'; } > "$tree/update.ini"
-"$kelpack" build "$tree" "$work/stick-big" --program "$program" >/dev/null
+build_stick "$tree" "$work/stick-big"
 measure big "$work/stick-big"
 floors "$crc $work/stick-big/update/files/big.bin && cp -a $work/stick-big/update/files/big.bin $work/floor/ && $crc $work/floor/big.bin" \
     "$crc $work/stick-big/update/files/big.bin && $renames $work/floor/big.bin"
@@ -159,7 +163,7 @@ many() { # N
     }' > "$tree/system/update.ini"
     { header true false false
       printf '[COPYFILE]\nCOPYFILENUM=1\n[COPYFILE1]\nSRCPATH=./tree\nDESTPATH=/usr/vorn_app/tree\nMODE=2\n'; } > "$tree/update.ini"
-    "$kelpack" build "$tree" "$work/stick-many$1" --program "$program" >/dev/null
+    build_stick "$tree" "$work/stick-many$1"
     measure "many$1" "$work/stick-many$1"
     s="$work/stick-many$1/update"
     floors "$crc $s/system/files/* && cp -a $s/system/files $work/floor/sys && $crc $work/floor/sys/* && cp -a $s/tree $work/floor/tree" \
@@ -208,7 +212,7 @@ mkdir -p "$tree/system/files"
       printf '[COPYFILE%d]\nSRCPATH=./files/s%d\nDESTPATH=/usr/vorn_app/etc/s%d\nSIZE=auto\nCRC32=auto\nMODE=0\n' $i $i $i
   done; } > "$tree/system/update.ini"
 header true true true > "$tree/update.ini"
-"$kelpack" build "$tree" "$work/stick-mix" --program "$program" >/dev/null
+build_stick "$tree" "$work/stick-mix"
 measure mix "$work/stick-mix"
 s="$work/stick-mix/update"
 floors "cd $s/vorn_app && md5sum -c --quiet version.2.1.0 && cp -a $s/vorn_app $work/floor/app && cd $work/floor/app && md5sum -c --quiet version.2.1.0 && $crc $s/project/*.scr && cp -a $s/project $work/floor/project && $crc $work/floor/project/*.scr && cp -a $s/system/files $work/floor/sys" \
