@@ -16,12 +16,12 @@ int kelsim_grab_active(void);
 // The start of Qt's colour value: its kind, then 16-bit alpha, red, green and blue.
 struct QtColour
 {
-    int spec;
+    int kind;
     unsigned short alpha, red, green, blue;
 };
 enum
 {
-    kQtRgbSpec = 1
+    kQtRgbKind = 1
 };
 
 static int open_colours(void)
@@ -49,7 +49,7 @@ void _ZN9QTextEdit12setTextColorERK6QColor(void* edit, const struct QtColour* co
         real = (void (*)(void*, const struct QtColour*))dlsym(
             RTLD_NEXT, "_ZN9QTextEdit12setTextColorERK6QColor");
     if (kelsim_grab_active()) {
-        if (colour->spec == kQtRgbSpec)
+        if (colour->kind == kQtRgbKind)
             snprintf(pending, sizeof pending, "#%02x%02x%02x", colour->red >> 8,
                      colour->green >> 8, colour->blue >> 8);
         else
